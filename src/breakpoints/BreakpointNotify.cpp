@@ -1,0 +1,72 @@
+#include "plugin/MonoDebuggerHandling.h"
+
+using logfmt::Ptr;
+
+void MonoDebuggerHandling::QuarnBreakpointNotify(int isSet, void* method, int64_t /*unused*/,
+                                                 void* breakpoint) {
+    Log(1, "QuarnBreakpointNotify : Incoming Breakpoint ", isSet != 0 ? "SET " : "REMOVE ",
+        Ptr(method), " ", Ptr(breakpoint));
+    if (isSet != 0) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            MethodCacheEntry* entry;
+            QuarnDebugMetadata* item;
+            if (!MethodPtrToMethodCacheEntry(method, entry, item)) {
+                return;  // stale or foreign handle: ignored, no dump
+            }
+            Log(1, "QuarnBreakpointNotify : Add Breakpoint ", Ptr(method), " ", Ptr(breakpoint));
+            const Hash128 methodHash = item->methodHashes[entry->methodIndex];
+            breakpointMethods.insert(breakpoint);
+            AddBreakpointForEntryPoints(nullptr, methodHash, breakpoint);
+        }
+        DumpState();
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (breakpointMethods.contains(breakpoint)) {
+            Log(1, "QuarnBreakpointNotify : Remove Breakpoint ", Ptr(breakpoint));
+            RemoveBreakpointForEntryPoints(breakpoint);
+            breakpointMethods.erase(breakpoint);
+        }
+    }
+    DumpState();  // also after an unknown handle
+}
+
+// Records the breakpoint against every item (entry point) that holds the method; an entry
+// point that gets its first breakpoint is switched to managed execution.
+void MonoDebuggerHandling::AddBreakpointForEntryPoints(void* /*unused*/,
+                                                       const Hash128& methodHash,
+                                                       void* breakpoint) {
+    Log(1, "    MethodHash : ", methodHash);
+    const auto holders = hashToMetadataList.find(methodHash);
+    if (holders == hashToMetadataList.end()) {
+        return;
+    }
+    const ItemList items = holders->second;  // walked on a copy
+    for (const QuarnDebugMetadata* item : items) {
+        const Hash128 entryHash = item->hash;
+        auto existing = breakpointMap.find(entryHash);
+        Log(1, "        EntryPointHash : ", entryHash);
+        if (existing != breakpointMap.end()) {
+            existing->second.insert(breakpoint);  // already managed
+            continue;
+        }
+        breakpointMap.emplace(entryHash, std::unordered_set<void*>{breakpoint});
+        EnableDisableQuarnJobFunctionPointer(entryHash);
+    }
+}
+
+// Scans every entry point's breakpoints; the breakpoint handle alone says what to undo. An
+// entry point that loses its last breakpoint is switched back to native code.
+void MonoDebuggerHandling::RemoveBreakpointForEntryPoints(void* breakpoint) {
+    for (auto it = breakpointMap.begin(); it != breakpointMap.end();) {
+        if (it->second.erase(breakpoint) == 0 || !it->second.empty()) {
+            ++it;
+            continue;
+        }
+        const Hash128 entryHash = it->first;
+        it = breakpointMap.erase(it);
+        EnableDisableQuarnJobFunctionPointer(entryHash);
+    }
+}

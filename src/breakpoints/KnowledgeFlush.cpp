@@ -1,0 +1,11 @@
+#include "plugin/MonoDebuggerHandling.h"
+
+// Asks the debugger side to flush what it knows, then dumps the state. Runs with the mutex
+// released (the dump takes it).
+void MonoDebuggerHandling::RequestFlushClientDebuggerKnowledge() {
+    Log(1, "RequestFlushClientDebuggerKnowledge");
+    if (callbacks->flushClientKnowledge != nullptr) {
+        callbacks->flushClientKnowledge();
+    }
+    DumpState();
+}

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "metadata/Hash128.h"
+
+// Layouts read in place from compiled libraries (they must match quarn_debug_producer.h).
+
+// Element k of an item's method array describes method k.
+struct MethodDebugInfo {
+    int32_t sequencePointCount;
+    int32_t firstSequencePoint;  // index into the item's sequence points
+    int32_t fileCount;
+    int32_t firstFile;  // index into the item's method file index list
+};
+static_assert(sizeof(MethodDebugInfo) == 16);
+static_assert(offsetof(MethodDebugInfo, firstSequencePoint) == 4);
+static_assert(offsetof(MethodDebugInfo, fileCount) == 8);
+static_assert(offsetof(MethodDebugInfo, firstFile) == 12);
+
+struct SequencePoint {
+    int32_t ilOffset;
+    int32_t startLine;
+    int32_t startColumn;
+    int32_t endLine;
+    int32_t endColumn;
+    int32_t file;  // index into the method's own file list; passed to the debugger unchanged
+};
+static_assert(sizeof(SequencePoint) == 24);
+static_assert(offsetof(SequencePoint, startLine) == 4);
+static_assert(offsetof(SequencePoint, startColumn) == 8);
+static_assert(offsetof(SequencePoint, endLine) == 12);
+static_assert(offsetof(SequencePoint, endColumn) == 16);
+static_assert(offsetof(SequencePoint, file) == 20);
+
+struct Md5Digest {
+    unsigned char bytes[16];
+};
+static_assert(sizeof(Md5Digest) == 16);
+
+// One accepted item of a compiled library. The pointers designate the library's own memory,
+// valid while it stays loaded; the record is owned by the handling object.
+struct QuarnDebugMetadata {
+    Hash128 hash;  // copied from the 16 bytes behind field code 8
+    void* libraryHandle;
+    const Hash128* methodHashes;
+    const SequencePoint* sequencePoints;
+    const MethodDebugInfo* methods;
+    const int32_t* fileNameOffsets;
+    const int32_t* methodFileIndices;
+    const char* stringTable;
+    const int32_t* fileMD5Indices;
+    const Md5Digest* md5Hashes;
+    int32_t fileCount;
+    int32_t methodCount;
+    int32_t auxCount;
+
+    // Name of file f: stringTable + fileNameOffsets[f], or the empty name without a table.
+    const char* FileName(int32_t file) const;
+};
+
+// The record whose address the debugger holds as a method handle.
+struct MethodCacheEntry {
+    QuarnDebugMetadata* metadata;  // not owned
+    uint64_t generation;           // methodCacheGeneration when the entry was made
+    int32_t methodIndex;
+    uint32_t methodToken;  // 0x06000001 + position in its batch
+};
+static_assert(sizeof(MethodCacheEntry) == 24);

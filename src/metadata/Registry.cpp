@@ -1,0 +1,114 @@
+#include "metadata/DebugQuery.h"
+#include "plugin/MonoDebuggerHandling.h"
+
+using logfmt::Ptr;
+
+void MonoDebuggerHandling::ProcessLibraryMetadata(void* libraryHandle) {
+    Log(1, "ProcessLibraryMetadata : ", Ptr(libraryHandle));
+    DebugQueryReader reader;
+    if (!reader.Open(libraryHandle)) {
+        return;
+    }
+    bool added = false;
+    for (int64_t item = 1; item <= reader.ItemCount(); ++item) {
+        QuarnDebugMetadata* record = reader.ReadItem(static_cast<int32_t>(item));
+        if (record == nullptr) {
+            continue;
+        }
+        // Locked once per item, so debugger queries can run between items.
+        std::lock_guard<std::mutex> lock(mutex);
+        RegisterItem(record);
+        added = true;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        RebuildCaches();
+    }
+    if (added) {
+        RequestFlushClientDebuggerKnowledge();
+    }
+}
+
+void MonoDebuggerHandling::UnloadLibraryMetadata(void* libraryHandle) {
+    Log(1, "UnloadLibraryMetadata : ", Ptr(libraryHandle));
+    std::lock_guard<std::mutex> lock(mutex);
+    for (auto it = metadataItems.begin(); it != metadataItems.end();) {
+        QuarnDebugMetadata* item = *it;
+        if (item->libraryHandle != libraryHandle) {
+            ++it;
+            continue;
+        }
+        it = metadataItems.erase(it);
+        DropItem(item);
+    }
+    RemoveEntryPointsOfLibrary(libraryHandle);
+    RebuildCaches();
+}
+
+void MonoDebuggerHandling::ClearLibraryMetadata() {
+    Log(1, "ClearLibraryMetadata");
+    std::lock_guard<std::mutex> lock(mutex);
+    // Retired rather than abandoned: freed once no handle of the current list can reach them.
+    retiredItems.insert(retiredItems.end(), metadataItems.begin(), metadataItems.end());
+    metadataItems.clear();
+    itemByHash.clear();
+    entryPoints.clear();
+    hashToMetadataList.clear();
+    RebuildCaches();
+}
+
+// Replaces every registered item with the same hash (from whatever library), then adds the
+// new one. At most one item per hash is ever registered, so the index finds it directly.
+void MonoDebuggerHandling::RegisterItem(QuarnDebugMetadata* item) {
+    auto [slot, inserted] = itemByHash.try_emplace(item->hash, item);
+    if (!inserted) {
+        QuarnDebugMetadata* replaced = slot->second;
+        metadataItems.erase(replaced);
+        DropItem(replaced);
+        slot->second = item;
+    }
+    metadataItems.insert(item);
+    AddCacheEntry(item);
+}
+
+// Forgets an item already erased from `metadataItems`. Its record is retired, not freed:
+// a method handle of the current list may still point at it (and is rejected, since the
+// item is no longer registered), so the address must not be recycled yet.
+void MonoDebuggerHandling::DropItem(QuarnDebugMetadata* item) {
+    RemoveCacheEntry(item);
+    if (auto found = itemByHash.find(item->hash);
+        found != itemByHash.end() && found->second == item) {
+        itemByHash.erase(found);
+    }
+    retiredItems.push_back(item);
+}
+
+void MonoDebuggerHandling::FreeRetiredItems() {
+    for (QuarnDebugMetadata* item : retiredItems) {
+        delete item;
+    }
+    retiredItems.clear();
+}
+
+void MonoDebuggerHandling::AddCacheEntry(const QuarnDebugMetadata* item) {
+    auto* mutableItem = const_cast<QuarnDebugMetadata*>(item);
+    for (int32_t k = 0; k < item->methodCount; ++k) {
+        // A hash repeated within one item is appended once per repetition.
+        hashToMetadataList[item->methodHashes[k]].push_back(mutableItem);
+    }
+}
+
+// Removes the item from the list of each of its method hashes, erasing emptied keys. Only
+// those keys can hold it, so this equals a walk over the whole map, at the cost of the item.
+void MonoDebuggerHandling::RemoveCacheEntry(const QuarnDebugMetadata* item) {
+    for (int32_t k = 0; k < item->methodCount; ++k) {
+        auto entry = hashToMetadataList.find(item->methodHashes[k]);
+        if (entry == hashToMetadataList.end()) {
+            continue;  // an earlier repetition of the hash already emptied it
+        }
+        std::erase(entry->second, item);
+        if (entry->second.empty()) {
+            hashToMetadataList.erase(entry);
+        }
+    }
+}

@@ -1,0 +1,66 @@
+#include "plugin/MonoDebuggerHandling.h"
+
+using logfmt::Int;
+using logfmt::Ptr;
+using logfmt::ULong;
+
+// Writes the whole debug state between "---STATE-START---" and "---STATE-END---". Runs
+// under the lock for a consistent snapshot; the caller must not hold it.
+void MonoDebuggerHandling::DumpState() {
+    if (!Logging()) {
+        return;
+    }
+    std::lock_guard<std::mutex> lock(mutex);
+    Log(2, "---STATE-START---");
+    DumpItems();
+    DumpCaches();
+    DumpBreakpointsAndEntryPoints();
+    Log(2, "---STATE-END---");
+}
+
+void MonoDebuggerHandling::DumpItems() {
+    Log(2, "Total Meta Data Items : ", ULong{metadataItems.size()});
+    for (const QuarnDebugMetadata* item : metadataItems) {
+        Log(2, "  Files:", Int{item->fileCount}, " Methods:", Int{item->methodCount});
+        for (int32_t f = 0; f < item->fileCount; ++f) {
+            Log(3, "    Path : ", item->FileName(f));
+        }
+        for (int32_t k = 0; k < item->methodCount; ++k) {
+            Log(3, "    Method : Num Sequences ", Int{item->methods[k].sequencePointCount});
+        }
+    }
+}
+
+void MonoDebuggerHandling::DumpCaches() {
+    Log(3, "Deduplicated Files List");
+    for (std::string_view name : fileNames) {
+        Log(3, "    Path : ", name);
+    }
+    Log(3, "Deduplicated Methods List");
+    for (const auto& [hash, location] : hashToMetadata) {
+        // Address and index run together with no separator, as the log always had them.
+        Log(3, "    Hash : ", hash, "   ", Ptr(location.first), Int{location.second});
+    }
+}
+
+void MonoDebuggerHandling::DumpBreakpointsAndEntryPoints() {
+    Log(2, "Breakpoint Methods List");
+    for (void* breakpoint : breakpointMethods) {
+        Log(2, "  Breakpoint : ", Ptr(breakpoint));
+    }
+    Log(2, "Entry Point Information");
+    for (const auto& [hash, list] : entryPoints) {
+        Log(2, "  EntryHash ", hash);
+        for (const EntryPoint& entry : list) {
+            Log(2, "    Library ", Ptr(entry.library), " Stub ", Ptr(entry.stub), " Cb ",
+                Ptr(reinterpret_cast<void*>(entry.callback)));
+        }
+    }
+    Log(2, "Breakpoint Map");
+    for (const auto& [hash, breakpoints] : breakpointMap) {
+        Log(2, "  EntryHash ", hash);
+        for (void* breakpoint : breakpoints) {
+            Log(2, "    Breakpoint ", Ptr(breakpoint));
+        }
+    }
+}

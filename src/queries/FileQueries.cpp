@@ -1,0 +1,34 @@
+#include <cstring>
+
+#include "plugin/MonoDebuggerHandling.h"
+#include "queries/FileMatcher.h"
+
+using logfmt::Int;
+using logfmt::Ptr;
+
+int MonoDebuggerHandling::QuarnIsFileQuarned(int ignoreCase, const char* path) {
+    std::lock_guard<std::mutex> lock(mutex);
+    const std::string_view wanted(path);
+    bool found = false;
+    for (std::string_view element : fileNames) {
+        if (FileNameMatches(element, wanted, ignoreCase != 0)) {
+            found = true;
+            break;
+        }
+    }
+    Log(1, "IsQuarned : ", Int{ignoreCase}, " ", wanted, found ? " : TRUE" : " : FALSE");
+    return found ? 1 : 0;
+}
+
+void MonoDebuggerHandling::QuarnFetchFiles(void* buffer, unsigned int value, int, int, int) {
+    Log(1, "FetchFiles : ", Ptr(buffer), " ", logfmt::UInt{value}, " ");
+    std::lock_guard<std::mutex> lock(mutex);
+    const auto count = static_cast<int32_t>(fileNames.size());
+    Log(1, "    TotalFiles : ", Int{count});
+    callbacks->writeInt(buffer, count);
+    for (std::string_view element : fileNames) {
+        // Every element ends in the NUL of its string table.
+        callbacks->writeString(buffer, element.data());
+        Log(3, "        Path : ", element);
+    }
+}

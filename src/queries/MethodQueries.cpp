@@ -1,0 +1,46 @@
+#include "plugin/MonoDebuggerHandling.h"
+
+using logfmt::Int;
+using logfmt::Ptr;
+
+namespace {
+// One 64-bit addition: the counter (low half) goes up by one, its complement down by one.
+constexpr uint64_t kGenerationStep = 0xFFFFFFFF00000001ull;
+// MethodDef table (0x06), row 1.
+constexpr uint32_t kFirstMethodToken = 0x06000001;
+}  // namespace
+
+void MonoDebuggerHandling::QuarnFetchMethods(void* buffer, void* idContext, int idArgument, int,
+                                             int, int) {
+    Log(1, "FetchMethods : ", Ptr(buffer), " ", Ptr(idContext), " ", Int{idArgument});
+    std::lock_guard<std::mutex> lock(mutex);
+    const auto count = static_cast<int32_t>(hashToMetadata.size());
+    Log(1, "    Total Methods : ", Int{count});
+    methodCacheGeneration += kGenerationStep;
+    methodCache.Renew(hashToMetadata.size());
+    // No accepted handle can reach a retired item any more: their addresses may be reused now.
+    FreeRetiredItems();
+    callbacks->writeInt(buffer, count);
+    for (const auto& [hash, location] : hashToMetadata) {
+        const auto token = static_cast<uint32_t>(kFirstMethodToken + methodCache.size());
+        MethodCacheEntry* entry =
+            methodCache.Add({location.first, methodCacheGeneration, location.second, token});
+        // The index is printed twice, as the log always had it.
+        Log(3, "        CacheEntry : ", Int{location.second}, " ", Int{location.second}, " ",
+            Int{static_cast<int32_t>(token)}, " ", logfmt::ULong{methodCacheGeneration});
+        callbacks->writeMethodId(buffer, idContext, idArgument, entry);
+    }
+}
+
+bool MonoDebuggerHandling::MethodPtrToMethodCacheEntry(void* method, MethodCacheEntry*& entry,
+                                                       QuarnDebugMetadata*& metadata) {
+    entry = static_cast<MethodCacheEntry*>(method);
+    if (!methodCache.Contains(method)) {
+        return false;  // not dereferenced before this test passes
+    }
+    if (entry->generation != methodCacheGeneration) {
+        return false;
+    }
+    metadata = entry->metadata;
+    return metadataItems.contains(metadata);
+}
