@@ -1,0 +1,54 @@
+#pragma once
+
+#include <dlfcn.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "../fixtures/FixtureTables.h"
+#include "metadata/Hash128.h"
+
+namespace testing_support {
+
+// Built paths, set by the build.
+inline std::string PluginPath() { return MDH_PLUGIN_PATH; }
+inline std::string CompiledLibraryPath(const std::string& name) {
+    return std::string(MDH_COMPILED_DIR) + "/lib" + name + ".so";
+}
+
+inline Hash128 ToHash(quarn_hash128 h) { return Hash128{h.word0, h.word1}; }
+
+// The fixtures' identities as Hash128 values.
+inline const Hash128 kItemA1 = ToHash(quarn_hash128 FIXTURE_ITEM_A1);
+inline const Hash128 kItemA2 = ToHash(quarn_hash128 FIXTURE_ITEM_A2);
+inline const Hash128 kItemB1 = ToHash(quarn_hash128 FIXTURE_ITEM_B1);
+inline const Hash128 kMethodShared = ToHash(quarn_hash128 FIXTURE_METHOD_SHARED);
+inline const Hash128 kMethodA1Only = ToHash(quarn_hash128 FIXTURE_METHOD_A1_ONLY);
+inline const Hash128 kMethodA2Only = ToHash(quarn_hash128 FIXTURE_METHOD_A2_ONLY);
+inline const Hash128 kMethodB1Only = ToHash(quarn_hash128 FIXTURE_METHOD_B1_ONLY);
+inline const Hash128 kMethodRebuilt = ToHash(quarn_hash128 FIXTURE_METHOD_REBUILT);
+
+// A compiled library opened with dlopen for the test's life.
+class LoadedLibrary {
+public:
+    explicit LoadedLibrary(const std::string& name)
+        : handle(dlopen(CompiledLibraryPath(name).c_str(), RTLD_NOW | RTLD_LOCAL)) {
+        if (handle == nullptr) {
+            throw std::runtime_error(dlerror());
+        }
+    }
+    ~LoadedLibrary() { dlclose(handle); }
+    LoadedLibrary(const LoadedLibrary&) = delete;
+    LoadedLibrary& operator=(const LoadedLibrary&) = delete;
+
+    void* Handle() const { return handle; }
+    template <class T>
+    T* Symbol(const char* name) const {
+        return reinterpret_cast<T*>(dlsym(handle, name));
+    }
+
+private:
+    void* handle;
+};
+
+}  // namespace testing_support

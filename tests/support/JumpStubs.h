@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace testing_support {
+
+// Where a call through a stub lands.
+enum class Landing : int { Native = 1, Managed = 2 };
+
+// Two functions for stubs to jump to: they return which one ran.
+extern "C" int NativeCode();
+extern "C" int ManagedCode();
+
+// Jump stubs in one page of executable memory, laid out as a host lays them out:
+//   byte 0:  48 B8 <target imm64>   movabs rax, target   (target word at byte 2)
+//   byte 10: FF E0                  jmp rax
+//   byte 16: <alternate word>
+// Each stub starts on a 32-byte boundary so its target word never straddles a cache line.
+class JumpStubs {
+public:
+    static constexpr size_t kStubSize = 32;
+
+    explicit JumpStubs(size_t count = 16);
+    ~JumpStubs();
+    JumpStubs(const JumpStubs&) = delete;
+    JumpStubs& operator=(const JumpStubs&) = delete;
+
+    // Stub i, initialised with the given target and alternate words.
+    void* Make(size_t index, const void* target, const void* alternate);
+    // A stub that starts native with the managed code as alternate.
+    void* MakeNative(size_t index) {
+        return Make(index, reinterpret_cast<const void*>(&NativeCode),
+                    reinterpret_cast<const void*>(&ManagedCode));
+    }
+
+    static uint64_t Target(const void* stub);
+    static uint64_t Alternate(const void* stub);
+    // Calls through the stub and says which function ran.
+    static Landing Call(const void* stub);
+
+private:
+    uint8_t* page;
+    size_t size;
+};
+
+}  // namespace testing_support
