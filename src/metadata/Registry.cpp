@@ -62,10 +62,10 @@ void MonoDebuggerHandling::ClearLibraryMetadata() {
 void MonoDebuggerHandling::RegisterItem(QuarnDebugMetadata* item) {
     auto [slot, inserted] = itemByHash.try_emplace(item->hash, item);
     if (!inserted) {
-        QuarnDebugMetadata* replaced = slot->second;
+        // The index names the new item before the old one is dropped, so DropItem keeps it.
+        QuarnDebugMetadata* replaced = std::exchange(slot->second, item);
         metadataItems.erase(replaced);
         DropItem(replaced);
-        slot->second = item;
     }
     metadataItems.insert(item);
     AddCacheEntry(item);
