@@ -5,18 +5,21 @@ using logfmt::Ptr;
 
 namespace {
 
-// The stub words are plain, unaligned 8-byte values. A volatile access through a byte-aligned
-// type keeps each read and each store a single 8-byte move at every optimisation level.
-using UnalignedWord = uint64_t __attribute__((aligned(1), may_alias));
+// The stub words are plain, unaligned 8-byte values. A volatile access through a packed
+// (byte-aligned) record keeps each read and each store a single 8-byte move at every
+// optimisation level, and tells the compiler the address need not be 8-byte aligned.
+struct __attribute__((packed, may_alias)) UnalignedWord {
+    uint64_t value;
+};
 
 void* ReadStubWord(void* stub, size_t offset) {
     auto* word = reinterpret_cast<volatile UnalignedWord*>(static_cast<uint8_t*>(stub) + offset);
-    return reinterpret_cast<void*>(static_cast<uintptr_t>(*word));
+    return reinterpret_cast<void*>(static_cast<uintptr_t>(word->value));
 }
 
 void WriteStubWord(void* stub, size_t offset, void* value) {
     auto* word = reinterpret_cast<volatile UnalignedWord*>(static_cast<uint8_t*>(stub) + offset);
-    *word = reinterpret_cast<uintptr_t>(value);
+    word->value = reinterpret_cast<uintptr_t>(value);
 }
 
 }  // namespace
