@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "queries/FixtureHashText.h"
 #include "queries/LogExpectations.h"
 #include "queries/Replies.h"
 #include "support/Fixtures.h"
@@ -19,19 +20,6 @@
 #include "support/TempWorkingDirectory.h"
 
 namespace testing_support {
-
-// Fixture identities as the log prints them: the 16 bytes in memory order.
-inline constexpr const char* kItemA1Text = "A1000000000000000000000000000010";
-inline constexpr const char* kItemA2Text = "A2000000000000000000000000000010";
-inline constexpr const char* kItemB1Text = "B1000000000000000000000000000020";
-inline constexpr const char* kMethodSharedText = "55555555555555550500000000000000";
-inline constexpr const char* kMethodA1OnlyText = "A1000000000000001100000000000000";
-inline constexpr const char* kMethodA2OnlyText = "A2000000000000001200000000000000";
-
-// A pointer or handle as the log prints it ("%ld").
-inline std::string Decimal(const void* pointer) {
-    return std::to_string(reinterpret_cast<intptr_t>(pointer));
-}
 
 // An arbitrary breakpoint handle: the library never dereferences one.
 inline void* BreakpointHandle(intptr_t value) {

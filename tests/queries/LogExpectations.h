@@ -5,12 +5,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace testing_support {
 
 using LogLines = std::vector<std::string>;
+
+// A pointer or handle as the log prints it ("%ld").
+inline std::string Decimal(const void* pointer) {
+    return std::to_string(reinterpret_cast<intptr_t>(pointer));
+}
 
 // One stretch of an expected log: fixed lines, or groups of lines that stand one after another
 // in any order (each group contiguous, as one container element with its detail lines).
