@@ -1,0 +1,329 @@
+#include "Report.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "JsonWriter.h"
+#include "plugin/Constants.h"
+#include "queries/FileMatcher.h"
+
+namespace {
+
+// Digests print as md5sum prints them, so they can be compared with the source files.
+std::string DigestText(const Md5Digest& digest) {
+    std::string text;
+    char pair[3];
+    for (const unsigned char byte : digest.bytes) {
+        std::snprintf(pair, sizeof pair, "%02x", byte);
+        text += pair;
+    }
+    return text;
+}
+
+std::string HexText(uint32_t value) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%X", value);
+    return text;
+}
+
+std::string PointText(const SequencePoint& point) {
+    char text[96];
+    std::snprintf(text, sizeof text, "IL 0x%04X  %d:%d-%d:%d  file %d", point.ilOffset,
+                  point.startLine, point.startColumn, point.endLine, point.endColumn, point.file);
+    return text;
+}
+
+// The method's file numbers: its fileCount entries of methodFileIndices, as far as readable.
+std::vector<int32_t> MethodFiles(const InspectedMethod& method) {
+    const size_t count = std::min(method.fileNumbers.elements.size(),
+                                  static_cast<size_t>(std::max(method.info.fileCount, 0)));
+    return {method.fileNumbers.elements.begin(), method.fileNumbers.elements.begin() + count};
+}
+
+bool DumpMode(const InspectOptions& options) {
+    return !options.check && !options.matchPath;
+}
+
+// ---- text ---------------------------------------------------------------------------------
+
+void PrintFile(std::ostream& out, const InspectedFile& file) {
+    out << "    file " << file.index << ": " << file.name.value_or("<unreadable name>") << "  md5 ";
+    if (file.md5) {
+        out << DigestText(*file.md5);
+    } else {
+        out << (file.md5Index && *file.md5Index < 0 ? "(none)" : "<unreadable>");
+    }
+    out << "\n";
+}
+
+void PrintMethod(std::ostream& out, const InspectedMethod& method) {
+    out << "    method " << method.index << ": hash "
+        << (method.hash ? method.hash->ToString() : "<unreadable>") << ", files";
+    const std::vector<int32_t> files = MethodFiles(method);
+    for (size_t k = 0; k < files.size(); ++k) {
+        out << (k == 0 ? " " : ", ") << files[k];
+    }
+    out << (files.empty() ? " (none)" : "") << ", " << method.info.sequencePointCount
+        << " sequence points\n";
+    for (const SequencePoint& point : method.points.elements) {
+        out << "      " << PointText(point) << "\n";
+    }
+}
+
+void PrintItem(std::ostream& out, const InspectedItem& item) {
+    out << "  item " << item.number << ": hash "
+        << (item.hash ? item.hash->ToString() : "<unreadable>") << ", " << item.methodCount
+        << " methods, " << item.fileCount << " files, field 2 = " << item.auxCount;
+    if (item.SkippedByPlugin()) {
+        out << ": skipped by the plug-in\n";
+        return;
+    }
+    out << "\n";
+    for (const InspectedFile& file : item.files) {
+        PrintFile(out, file);
+    }
+    for (const InspectedMethod& method : item.methods) {
+        PrintMethod(out, method);
+    }
+}
+
+void PrintProblems(std::ostream& out, const LibraryReport& report) {
+    out << "  check: " << report.problems.size() << " problem(s)\n";
+    for (const TableProblem& problem : report.problems) {
+        out << "  ";
+        if (problem.item == 0) {
+            out << "header";
+        } else {
+            out << "item " << problem.item;
+        }
+        if (problem.method >= 0) {
+            out << " method " << problem.method;
+        }
+        out << " field " << problem.field << ": " << problem.message << "\n";
+    }
+}
+
+void PrintMatches(std::ostream& out, const LibraryReport& report, const InspectOptions& options) {
+    out << "  match '" << *options.matchPath << "'" << (options.ignoreCase ? " ignoring case" : "")
+        << ": " << report.matches.size() << " file name(s)\n";
+    for (const FileMatch& match : report.matches) {
+        out << "    " << match.name << "  (";
+        for (size_t k = 0; k < match.places.size(); ++k) {
+            out << (k == 0 ? "" : ", ") << "item " << match.places[k].first << " file "
+                << match.places[k].second;
+        }
+        out << ")\n";
+    }
+}
+
+// ---- JSON ---------------------------------------------------------------------------------
+
+void OptionalString(JsonWriter& json, const std::optional<std::string>& text) {
+    text ? json.String(*text) : json.Null();
+}
+
+void WriteJsonPoint(JsonWriter& json, const SequencePoint& point) {
+    json.BeginObject()
+        .Key("ilOffset")
+        .Number(point.ilOffset)
+        .Key("startLine")
+        .Number(point.startLine)
+        .Key("startColumn")
+        .Number(point.startColumn)
+        .Key("endLine")
+        .Number(point.endLine)
+        .Key("endColumn")
+        .Number(point.endColumn)
+        .Key("file")
+        .Number(point.file)
+        .EndObject();
+}
+
+void WriteJsonMethod(JsonWriter& json, const InspectedMethod& method) {
+    json.BeginObject().Key("method").Number(method.index).Key("hash");
+    OptionalString(json, method.hash ? std::optional(method.hash->ToString()) : std::nullopt);
+    json.Key("sequencePointCount")
+        .Number(method.info.sequencePointCount)
+        .Key("firstSequencePoint")
+        .Number(method.info.firstSequencePoint)
+        .Key("fileCount")
+        .Number(method.info.fileCount)
+        .Key("firstFile")
+        .Number(method.info.firstFile)
+        .Key("files")
+        .BeginArray();
+    for (const int32_t file : MethodFiles(method)) {
+        json.Number(file);
+    }
+    json.EndArray().Key("sequencePoints").BeginArray();
+    for (const SequencePoint& point : method.points.elements) {
+        WriteJsonPoint(json, point);
+    }
+    json.EndArray().EndObject();
+}
+
+void WriteJsonItem(JsonWriter& json, const InspectedItem& item) {
+    json.BeginObject().Key("item").Number(item.number).Key("hash");
+    OptionalString(json, item.hash ? std::optional(item.hash->ToString()) : std::nullopt);
+    json.Key("methodCount")
+        .Number(item.methodCount)
+        .Key("fileCount")
+        .Number(item.fileCount)
+        .Key("auxCount")
+        .Number(item.auxCount)
+        .Key("skippedByPlugin")
+        .Bool(item.SkippedByPlugin())
+        .Key("files")
+        .BeginArray();
+    for (const InspectedFile& file : item.files) {
+        json.BeginObject().Key("file").Number(file.index).Key("name");
+        OptionalString(json, file.name);
+        json.Key("md5");
+        OptionalString(json, file.md5 ? std::optional(DigestText(*file.md5)) : std::nullopt);
+        json.EndObject();
+    }
+    json.EndArray().Key("methods").BeginArray();
+    for (const InspectedMethod& method : item.methods) {
+        WriteJsonMethod(json, method);
+    }
+    json.EndArray().EndObject();
+}
+
+void WriteJsonProblems(JsonWriter& json, const std::vector<TableProblem>& problems) {
+    json.Key("problems").BeginArray();
+    for (const TableProblem& problem : problems) {
+        json.BeginObject()
+            .Key("item")
+            .Number(problem.item)
+            .Key("method")
+            .Number(problem.method)
+            .Key("field")
+            .String(problem.field)
+            .Key("message")
+            .String(problem.message)
+            .EndObject();
+    }
+    json.EndArray();
+}
+
+void WriteJsonMatches(JsonWriter& json, const std::vector<FileMatch>& matches) {
+    json.Key("matches").BeginArray();
+    for (const FileMatch& match : matches) {
+        json.BeginObject().Key("name").String(match.name).Key("places").BeginArray();
+        for (const auto& [item, file] : match.places) {
+            json.BeginObject().Key("item").Number(item).Key("file").Number(file).EndObject();
+        }
+        json.EndArray().EndObject();
+    }
+    json.EndArray();
+}
+
+void WriteJsonLibrary(JsonWriter& json, const LibraryReport& report,
+                      const InspectOptions& options) {
+    json.BeginObject()
+        .Key("path")
+        .String(report.path)
+        .Key("pluginReadsLibrary")
+        .Bool(report.pluginReadsLibrary)
+        .Key("version")
+        .Number(report.tables.version)
+        .Key("itemCount")
+        .Number(report.tables.itemCount);
+    if (DumpMode(options)) {
+        json.Key("items").BeginArray();
+        for (const InspectedItem& item : report.tables.items) {
+            WriteJsonItem(json, item);
+        }
+        json.EndArray();
+    }
+    if (options.check) {
+        WriteJsonProblems(json, report.problems);
+    }
+    if (options.matchPath) {
+        WriteJsonMatches(json, report.matches);
+    }
+    json.EndObject();
+}
+
+}  // namespace
+
+LibraryReport InspectLibrary(const std::string& path, const InspectOptions& options) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        throw BadInput(path + ": no such file");
+    }
+    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        throw BadInput(path + ": not a loadable shared object (" + dlerror() + ")");
+    }
+    const auto query =
+        reinterpret_cast<DebugQueryFunction>(dlsym(library, Constants::DebugQueryName.c_str()));
+    if (query == nullptr) {
+        dlclose(library);
+        throw BadInput(path + ": exports no \"" + Constants::DebugQueryName + "\"");
+    }
+    LibraryReport report;
+    report.path = path;
+    DebugQueryReader pluginReader;
+    report.pluginReadsLibrary = pluginReader.Open(library);
+    report.tables = ReadDebugTables(query);
+    if (options.check) {
+        report.problems = CheckDebugTables(report.tables);
+    }
+    if (options.matchPath && report.pluginReadsLibrary) {
+        report.matches = MatchFileNames(report.tables, *options.matchPath, options.ignoreCase);
+    }
+    dlclose(library);  // everything the report holds was copied out
+    return report;
+}
+
+std::vector<FileMatch> MatchFileNames(const DebugTables& tables, const std::string& path,
+                                      bool ignoreCase) {
+    std::vector<FileMatch> matches;
+    for (const InspectedItem& item : tables.items) {
+        for (const InspectedFile& file : item.files) {
+            if (!file.name || !FileNameMatches(*file.name, path, ignoreCase)) {
+                continue;
+            }
+            auto known = std::find_if(matches.begin(), matches.end(), [&](const FileMatch& match) {
+                return match.name == *file.name;
+            });
+            if (known == matches.end()) {
+                known = matches.insert(matches.end(), FileMatch{*file.name, {}});
+            }
+            known->places.emplace_back(item.number, file.index);
+        }
+    }
+    return matches;
+}
+
+void PrintText(std::ostream& out, const LibraryReport& report, const InspectOptions& options) {
+    out << report.path << "\n"
+        << "  header: format version " << HexText(report.tables.version) << ", "
+        << report.tables.itemCount << " items; the plug-in "
+        << (report.pluginReadsLibrary ? "reads" : "ignores") << " this library\n";
+    if (DumpMode(options)) {
+        for (const InspectedItem& item : report.tables.items) {
+            PrintItem(out, item);
+        }
+    }
+    if (options.check) {
+        PrintProblems(out, report);
+    }
+    if (options.matchPath) {
+        PrintMatches(out, report, options);
+    }
+}
+
+void PrintJson(std::ostream& out, const std::vector<LibraryReport>& reports,
+               const InspectOptions& options) {
+    JsonWriter json(out);
+    json.BeginObject().Key("libraries").BeginArray();
+    for (const LibraryReport& report : reports) {
+        WriteJsonLibrary(json, report, options);
+    }
+    json.EndArray().EndObject();
+}

@@ -1,0 +1,55 @@
+#include "PluginApi.h"
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+
+#include "Options.h"
+
+PluginApi::PluginApi(const std::string& path) : path(path) {
+    library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        throw InputError("cannot load the plug-in: " + std::string(dlerror()));
+    }
+    Bind(initialize, "initialize");
+    Bind(dispose, "dispose");
+    Bind(startup, "startup");
+    Bind(shut_down, "shut_down");
+    Bind(library_loaded, "library_loaded");
+    Bind(library_unloaded, "library_unloaded");
+    Bind(clear_library_metadata, "clear_library_metadata");
+    Bind(register_entry, "register_entry");
+    Bind(request_flush_client_debugger_knowledge, "request_flush_client_debugger_knowledge");
+    Bind(jit_allocate_memory, "jit_allocate_memory");
+    Bind(jit_write_to_memory, "jit_write_to_memory");
+    Bind(jit_free_memory, "jit_free_memory");
+    Bind(get_context_for_current_thread, "get_context_for_current_thread");
+    Bind(jit_get_cpu_architecture, "jit_get_cpu_architecture");
+}
+
+PluginApi::~PluginApi() {
+    dlclose(library);
+}
+
+template <class Function>
+void PluginApi::Bind(Function& slot, const char* name) {
+    slot = reinterpret_cast<Function>(dlsym(library, name));
+    if (slot == nullptr) {
+        dlclose(library);
+        throw InputError(path + ": not the plug-in, it exports no '" + name + "'");
+    }
+}
+
+mdh_callbacks* HandlingObject::Callbacks() const {
+    return CallbacksFromCommand(plugin.startup(handle));
+}
+
+mdh_callbacks* CallbacksFromCommand(const std::string& command) {
+    static const std::string kMarker = "|CB|";
+    const size_t field = command.find(kMarker);
+    if (field == std::string::npos) {
+        throw InputError("the command string carries no |CB| field: " + command);
+    }
+    const uint64_t address = std::strtoull(command.c_str() + field + kMarker.size(), nullptr, 10);
+    return reinterpret_cast<mdh_callbacks*>(static_cast<uintptr_t>(address));
+}
