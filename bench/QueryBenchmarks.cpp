@@ -1,0 +1,154 @@
+// The debugger's list and lookup queries with reply writers that do nothing, each against a
+// floor that makes the same writer calls with nothing else.
+#include "BenchHandling.h"
+#include "support/Inspector.h"
+
+namespace bench {
+
+namespace {
+
+// Fetching method handles never frees the records it hands out (24 bytes per method and
+// call, by design), so the fetch benchmarks run a fixed number of iterations.
+constexpr benchmark::IterationCount kFetchIterations = 100;
+
+std::unique_ptr<MonoDebuggerHandling> LoadedHandling(const generated::GeneratedLibrary& tables) {
+    std::unique_ptr<MonoDebuggerHandling> handling = NewHandling();
+    handling->ProcessLibraryMetadata(Serve(tables));
+    return handling;
+}
+
+void FetchMethods(benchmark::State& state) {
+    auto handling = LoadedHandling(LibraryOfSize(kReferenceSize));
+    const CallbacksRecord& record = *handling->Callbacks();
+    for (auto _ : state) {
+        record.fetchMethods(nullptr, nullptr, 0, 0, 0, 0);
+    }
+    const size_t methods = MonoDebuggerHandlingInspector(*handling).HashToMetadata().size();
+    state.counters["per_method"] = TimePer(static_cast<double>(methods));
+}
+
+void FetchMethodsFloor(benchmark::State& state) {
+    auto handling = LoadedHandling(LibraryOfSize(kReferenceSize));
+    const CallbacksRecord& record = *handling->Callbacks();
+    const size_t methods = MonoDebuggerHandlingInspector(*handling).HashToMetadata().size();
+    std::vector<MethodCacheEntry> entries(methods);
+    for (auto _ : state) {
+        record.writeInt(nullptr, static_cast<int32_t>(methods));
+        for (MethodCacheEntry& entry : entries) {
+            record.writeMethodId(nullptr, nullptr, 0, &entry);
+        }
+    }
+    state.counters["per_method"] = TimePer(static_cast<double>(methods));
+}
+
+void FetchFiles(benchmark::State& state) {
+    auto handling = LoadedHandling(LibraryOfSize(kReferenceSize));
+    const CallbacksRecord& record = *handling->Callbacks();
+    for (auto _ : state) {
+        record.fetchFiles(nullptr, 0, 0, 0, 0);
+    }
+    const size_t files = MonoDebuggerHandlingInspector(*handling).FileNames().size();
+    state.counters["per_file"] = TimePer(static_cast<double>(files));
+    state.counters["files"] = static_cast<double>(files);
+}
+
+void FetchFilesFloor(benchmark::State& state) {
+    auto handling = LoadedHandling(LibraryOfSize(kReferenceSize));
+    const CallbacksRecord& record = *handling->Callbacks();
+    const auto& fileNames = MonoDebuggerHandlingInspector(*handling).FileNames();
+    const std::vector<std::string_view> names(fileNames.begin(), fileNames.end());
+    for (auto _ : state) {
+        record.writeInt(nullptr, static_cast<int32_t>(names.size()));
+        for (std::string_view name : names) {
+            record.writeString(nullptr, name.data());
+        }
+    }
+    state.counters["per_file"] = TimePer(static_cast<double>(names.size()));
+}
+
+// Every optional part of the reply: files with digests, columns and end positions.
+constexpr int kVersionKnown = 1;
+constexpr int kMajorVersion = 2;
+constexpr int kMinorVersion = 32;
+
+// Each call asks for the next method of the list, as a debugger stepping through code would
+// ask for many different ones.
+void FetchDebugInfo(benchmark::State& state) {
+    auto handling = LoadedHandling(LibraryOfSize(kReferenceSize));
+    const std::vector<void*> handles = FetchMethodHandles(*handling);
+    const CallbacksRecord& record = *handling->Callbacks();
+    size_t next = 0;
+    for (auto _ : state) {
+        record.fetchDebugInfo(nullptr, handles[next], kVersionKnown, kMajorVersion, kMinorVersion);
+        next = next + 1 == handles.size() ? 0 : next + 1;
+    }
+}
+
+// The writer calls of one reply at version 2.32, in the order the query makes them.
+void WriteDebugInfoReply(const CallbacksRecord& record, const MethodCacheEntry& entry) {
+    const QuarnDebugMetadata& item = *entry.metadata;
+    const MethodDebugInfo& method = item.methods[entry.methodIndex];
+    record.writeInt(nullptr, 100);
+    record.writeInt(nullptr, method.fileCount);
+    for (int32_t k = 0; k < method.fileCount; ++k) {
+        const int32_t file = item.methodFileIndices[method.firstFile + k];
+        record.writeString(nullptr, item.FileName(file));
+        const int32_t digest = item.fileMD5Indices[file];
+        for (int b = 0; b < 16; ++b) {
+            record.writeByte(nullptr, digest < 0 ? 0 : item.md5Hashes[digest].bytes[b]);
+        }
+    }
+    record.writeInt(nullptr, method.sequencePointCount);
+    for (int32_t p = 0; p < method.sequencePointCount; ++p) {
+        const SequencePoint& point = item.sequencePoints[method.firstSequencePoint + p];
+        for (int32_t value : {point.ilOffset, point.startLine, point.file, point.startColumn,
+                              point.endLine, point.endColumn}) {
+            record.writeInt(nullptr, value);
+        }
+    }
+}
+
+void FetchDebugInfoFloor(benchmark::State& state) {
+    auto handling = LoadedHandling(LibraryOfSize(kReferenceSize));
+    const std::vector<void*> handles = FetchMethodHandles(*handling);
+    const CallbacksRecord& record = *handling->Callbacks();
+    size_t next = 0;
+    for (auto _ : state) {
+        WriteDebugInfoReply(record, *static_cast<const MethodCacheEntry*>(handles[next]));
+        next = next + 1 == handles.size() ? 0 : next + 1;
+    }
+}
+
+// Paths that match no file, so every query walks the whole set: one with a directory part
+// (compared in full) and a bare file name (compared with each base name).
+constexpr const char* kMissingPaths[] = {"Assets/Scripts/Missing/Nowhere.cs", "Nowhere.cs"};
+// The generated items average 75 methods over 7.5 files.
+constexpr int64_t kMethodsPerDistinctFile = 10;
+
+void IsFileQuarned(benchmark::State& state) {
+    const auto methods = static_cast<int32_t>(state.range(0) * kMethodsPerDistinctFile);
+    auto handling = LoadedHandling(LibraryWithDistinctFiles(methods));
+    const CallbacksRecord& record = *handling->Callbacks();
+    const char* path = kMissingPaths[state.range(1)];
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(record.isFileQuarned(0, path));
+    }
+    const size_t files = MonoDebuggerHandlingInspector(*handling).FileNames().size();
+    state.counters["files"] = static_cast<double>(files);
+    state.counters["per_file"] = TimePer(static_cast<double>(files));
+}
+
+}  // namespace
+
+BENCHMARK(FetchMethods)->Iterations(kFetchIterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(FetchMethodsFloor)->Unit(benchmark::kMicrosecond);
+BENCHMARK(FetchFiles)->Unit(benchmark::kMicrosecond);
+BENCHMARK(FetchFilesFloor)->Unit(benchmark::kMicrosecond);
+BENCHMARK(FetchDebugInfo);
+BENCHMARK(FetchDebugInfoFloor);
+BENCHMARK(IsFileQuarned)
+    ->ArgsProduct({{100, 10000}, {0, 1}})
+    ->ArgNames({"files", "bare_name"})
+    ->Unit(benchmark::kMicrosecond);
+
+}  // namespace bench

@@ -1,0 +1,40 @@
+#include "ProgrammableLibrary.h"
+
+#include <dlfcn.h>
+
+#include <stdexcept>
+
+namespace generated {
+
+namespace {
+
+void* OpenCopy(const std::string& compiledDirectory, int copy) {
+    const std::string path =
+        compiledDirectory + "/libfixture_programmable_" + std::to_string(copy) + ".so";
+    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        throw std::runtime_error(dlerror());
+    }
+    return handle;
+}
+
+}  // namespace
+
+ProgrammableLibrary::ProgrammableLibrary(const std::string& compiledDirectory, int copy)
+    : handle(OpenCopy(compiledDirectory, copy)),
+      setLibrary(reinterpret_cast<SetLibrary>(dlsym(handle, "programmable_set_library"))) {
+    if (setLibrary == nullptr) {
+        dlclose(handle);
+        throw std::runtime_error("programmable_set_library is missing");
+    }
+}
+
+ProgrammableLibrary::~ProgrammableLibrary() {
+    dlclose(handle);
+}
+
+void ProgrammableLibrary::Program(const GeneratedLibrary& tables) {
+    setLibrary(tables.Description());
+}
+
+}  // namespace generated
