@@ -38,13 +38,17 @@ void MonoDebuggerHandling::BuildFilesCache() {
 
 void MonoDebuggerHandling::BuildMethodsCache() {
     hashToMetadata.clear();
+    methodLocations.clear();
     const int32_t total = WrappingTotal(
         metadataItems, [](const QuarnDebugMetadata& item) { return item.methodCount; });
     hashToMetadata.reserve(ReserveSize(total));
+    methodLocations.reserve(ReserveSize(total));
     for (QuarnDebugMetadata* item : metadataItems) {
         for (int32_t k = 0; k < item->methodCount; ++k) {
             // The first item in iteration order, and its lowest index, wins.
-            hashToMetadata.try_emplace(item->methodHashes[k], item, k);
+            if (hashToMetadata.try_emplace(item->methodHashes[k], item, k).second) {
+                methodLocations.emplace_back(item, k);
+            }
         }
     }
     Log(1, "MethodsCached : ", logfmt::Int{total}, " vs ", logfmt::ULong{hashToMetadata.size()});

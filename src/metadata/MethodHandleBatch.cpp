@@ -10,12 +10,6 @@ void MethodHandleBatch::Renew(size_t count) {
                                ::operator new(count * sizeof(MethodCacheEntry)));
 }
 
-MethodCacheEntry* MethodHandleBatch::Add(const MethodCacheEntry& value) {
-    MethodCacheEntry* entry = records + used++;
-    *entry = value;
-    return entry;
-}
-
 bool MethodHandleBatch::Contains(const void* handle) const {
     const auto address = reinterpret_cast<uintptr_t>(handle);
     const auto first = reinterpret_cast<uintptr_t>(records);

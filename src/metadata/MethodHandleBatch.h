@@ -14,8 +14,13 @@ class MethodHandleBatch {
 public:
     // Forgets the current batch (its records stay allocated) and makes room for `count` new ones.
     void Renew(size_t count);
-    // Appends a record; at most the `count` given to Renew.
-    MethodCacheEntry* Add(const MethodCacheEntry& value);
+    // Appends a record; at most the `count` given to Renew. Inline, so the record's fields are
+    // stored straight into the block rather than copied through a temporary.
+    MethodCacheEntry* Add(const MethodCacheEntry& value) {
+        MethodCacheEntry* entry = records + used++;
+        *entry = value;
+        return entry;
+    }
     // True when `handle` is the address of a record of the current batch.
     bool Contains(const void* handle) const;
     size_t size() const { return used; }

@@ -61,14 +61,15 @@ void MonoDebuggerHandling::ClearLibraryMetadata() {
 // new one. At most one item per hash is ever registered, so the index finds it directly.
 void MonoDebuggerHandling::RegisterItem(QuarnDebugMetadata* item) {
     auto [slot, inserted] = itemByHash.try_emplace(item->hash, item);
-    if (!inserted) {
-        // The index names the new item before the old one is dropped, so DropItem keeps it.
-        QuarnDebugMetadata* replaced = std::exchange(slot->second, item);
-        metadataItems.erase(replaced);
-        DropItem(replaced);
-    }
     metadataItems.insert(item);
-    AddCacheEntry(item);
+    if (inserted) {
+        AddCacheEntry(item);
+        return;
+    }
+    QuarnDebugMetadata* replaced = std::exchange(slot->second, item);
+    metadataItems.erase(replaced);
+    ReplaceCacheEntry(replaced, item);
+    retiredItems.push_back(replaced);  // not freed yet: see DropItem
 }
 
 // Forgets an item already erased from `metadataItems`. Its record is retired, not freed:
@@ -95,6 +96,28 @@ void MonoDebuggerHandling::AddCacheEntry(const QuarnDebugMetadata* item) {
     for (int32_t k = 0; k < item->methodCount; ++k) {
         // A hash repeated within one item is appended once per repetition.
         hashToMetadataList[item->methodHashes[k]].push_back(mutableItem);
+    }
+}
+
+// RemoveCacheEntry(replaced) then AddCacheEntry(added), without erasing and re-creating the
+// keys the two items share (all of them when a library is loaded again): a list the removal
+// empties is erased only if the new item does not refill it. The lists end up the same.
+void MonoDebuggerHandling::ReplaceCacheEntry(const QuarnDebugMetadata* replaced,
+                                             const QuarnDebugMetadata* added) {
+    // Pointers to map values survive insertions and rehashing.
+    std::vector<std::pair<Hash128, const ItemList*>> emptied;
+    for (int32_t k = 0; k < replaced->methodCount; ++k) {
+        auto entry = hashToMetadataList.find(replaced->methodHashes[k]);
+        if (entry != hashToMetadataList.end() && std::erase(entry->second, replaced) != 0 &&
+            entry->second.empty()) {
+            emptied.emplace_back(entry->first, &entry->second);
+        }
+    }
+    AddCacheEntry(added);
+    for (const auto& [key, list] : emptied) {
+        if (list->empty()) {
+            hashToMetadataList.erase(key);
+        }
     }
 }
 

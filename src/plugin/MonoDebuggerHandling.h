@@ -119,6 +119,7 @@ private:
     void DropItem(QuarnDebugMetadata* item);
     void AddCacheEntry(const QuarnDebugMetadata* item);
     void RemoveCacheEntry(const QuarnDebugMetadata* item);
+    void ReplaceCacheEntry(const QuarnDebugMetadata* replaced, const QuarnDebugMetadata* added);
     void BuildFilesCache();
     void BuildMethodsCache();
     void RebuildCaches();
@@ -177,4 +178,8 @@ private:
     // method list may still point at them. Freed when the next list is issued, so a freed
     // record's address can never come back as a new record that an old handle would accept.
     std::vector<QuarnDebugMetadata*> retiredItems;
+    // Guarded by `mutex`. The values of `hashToMetadata`, in the order they were inserted, in
+    // one contiguous block: the method list is issued in this order (the map's order is free),
+    // reading it sequentially instead of chasing the map's scattered nodes.
+    std::vector<MethodLocation> methodLocations;
 };

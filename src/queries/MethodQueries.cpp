@@ -17,11 +17,12 @@ void MonoDebuggerHandling::QuarnFetchMethods(void* buffer, void* idContext, int 
     const auto count = static_cast<int32_t>(hashToMetadata.size());
     Log(1, "    Total Methods : ", Int{count});
     methodCacheGeneration += kGenerationStep;
-    methodCache.Renew(hashToMetadata.size());
+    methodCache.Renew(methodLocations.size());
     // No accepted handle can reach a retired item any more: their addresses may be reused now.
     FreeRetiredItems();
     callbacks->writeInt(buffer, count);
-    for (const auto& [hash, location] : hashToMetadata) {
+    // The elements of hashToMetadata, in the order they were inserted.
+    for (const MethodLocation& location : methodLocations) {
         const auto token = static_cast<uint32_t>(kFirstMethodToken + methodCache.size());
         MethodCacheEntry* entry =
             methodCache.Add({location.first, methodCacheGeneration, location.second, token});
