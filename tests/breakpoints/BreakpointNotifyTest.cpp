@@ -39,7 +39,6 @@ TEST_F(BreakpointNotify, MethodInTwoEntryPointsSwitchesBoth) {
 
     EXPECT_EQ(StubLandings(), (LandingList{kManaged, kNative, kManaged}));
     EXPECT_EQ(LastCallbackTarget(), nullptr);
-    EXPECT_EQ(CallbackCalls().back(), (CallbackCall{kCallbackContext, 32, nullptr}));
     EXPECT_EQ(BreakpointKeys(), (Keys{true, false, true}));
     EXPECT_EQ(BreakpointsOf(kItemA1), HandleSet{kFirst});
     EXPECT_EQ(BreakpointsOf(kItemB1), HandleSet{kFirst});
@@ -51,22 +50,22 @@ TEST_F(BreakpointNotify, MethodInTwoEntryPointsSwitchesBoth) {
 TEST_F(BreakpointNotify, SecondBreakpointSharingAnEntryPointKeepsItManagedUntilTheLastGoes) {
     Start();
     session->SetBreakpoint(Handle(kMethodShared), kFirst);
-    const size_t callbackCallsAfterFirst = CallbackCalls().size();
+    const size_t callbackCallsAfterFirst = CallbackTargets().size();
 
     session->SetBreakpoint(Handle(kMethodB1Only), kSecond);
     EXPECT_EQ(BreakpointsOf(kItemB1), (HandleSet{kFirst, kSecond}));
-    EXPECT_EQ(CallbackCalls().size(), callbackCallsAfterFirst);  // B1 was not switched again
+    EXPECT_EQ(CallbackTargets().size(), callbackCallsAfterFirst);  // B1 was not switched again
 
     session->RemoveBreakpoint(kFirst);
     EXPECT_EQ(StubLandings(), (LandingList{kNative, kNative, kManaged}));
     EXPECT_EQ(BreakpointKeys(), (Keys{false, false, true}));
     EXPECT_EQ(BreakpointsOf(kItemB1), HandleSet{kSecond});
-    EXPECT_EQ(CallbackCalls().size(), callbackCallsAfterFirst);
+    EXPECT_EQ(CallbackTargets().size(), callbackCallsAfterFirst);
 
     session->RemoveBreakpoint(kSecond);
     EXPECT_EQ(StubLandings(), (LandingList{kNative, kNative, kNative}));
     EXPECT_EQ(BreakpointKeys(), (Keys{false, false, false}));
-    EXPECT_EQ(CallbackCalls().back(), (CallbackCall{kCallbackContext, 32, NativeAddress()}));
+    EXPECT_EQ(LastCallbackTarget(), NativeAddress());
     EXPECT_TRUE(RecordedBreakpoints().empty());
 }
 
@@ -90,9 +89,9 @@ TEST_F(BreakpointNotify, SecondBreakpointSwitchesOnlyTheEntryPointsNewToIt) {
 TEST_F(BreakpointNotify, SameHandleSetTwiceIsUndoneByOneRemove) {
     Start();
     session->SetBreakpoint(Handle(kMethodShared), kFirst);
-    const size_t callbackCalls = CallbackCalls().size();
+    const size_t callbackCalls = CallbackTargets().size();
     session->SetBreakpoint(Handle(kMethodShared), kFirst);
-    EXPECT_EQ(CallbackCalls().size(), callbackCalls);
+    EXPECT_EQ(CallbackTargets().size(), callbackCalls);
     EXPECT_EQ(RecordedBreakpoints(), HandleSet{kFirst});
 
     session->RemoveBreakpoint(kFirst);

@@ -147,6 +147,22 @@ TEST(FetchMethods, EmptyListRepliesZeroAndStillRenewsEveryHandle) {
     }
 }
 
+// Within the current list a record is accepted only while its generation is the current one,
+// compared in all 64 bits.
+TEST(MethodHandles, RecordOfTheCurrentListWithAnotherGenerationIsRejected) {
+    DebuggerSession session;
+    session.Load("fixture_a");
+    void* handle = session.FreshHandle(kMethodA2Only);
+    auto& generation = static_cast<MethodCacheEntry*>(handle)->generation;
+    const uint64_t current = generation;
+    for (uint64_t flipped : {current ^ 1ull, current ^ (1ull << 63)}) {
+        generation = flipped;
+        EXPECT_FALSE(Accepted(session, handle));
+    }
+    generation = current;
+    EXPECT_TRUE(Accepted(session, handle));
+}
+
 TEST(MethodHandles, NoneIsValidBeforeTheFirstList) {
     DebuggerSession session;
     session.Load("fixture_a");
