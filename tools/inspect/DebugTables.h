@@ -14,6 +14,9 @@
 
 // Counts above this are inspected only up to it (no real item comes near it).
 inline constexpr int32_t kMaxInspectedCount = 65536;
+// Bytes of tables one library may make the inspector read: counts that ask for more are
+// implausible, and reading stops there.
+inline constexpr size_t kMaxInspectedBytes = size_t{64} << 20;
 // File names longer than this are treated as unterminated.
 inline constexpr size_t kMaxFileNameLength = 4096;
 
@@ -69,6 +72,7 @@ struct DebugTables {
     uint32_t version = 0;              // low 32 bits of header field 0
     int32_t itemCount = 0;             // header field 1, read as a signed 32-bit number
     std::vector<InspectedItem> items;  // items 1..itemCount, at most kMaxInspectedCount
+    bool truncated = false;            // reading stopped at kMaxInspectedBytes
 };
 
 // Queries the tables in the plug-in's order (header, then per item codes 0 to 11) and reads

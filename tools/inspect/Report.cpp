@@ -74,14 +74,15 @@ void PrintMethod(std::ostream& out, const InspectedMethod& method) {
 }
 
 void PrintItem(std::ostream& out, const InspectedItem& item) {
-    out << "  item " << item.number << ": hash "
-        << (item.hash ? item.hash->ToString() : "<unreadable>") << ", " << item.methodCount
-        << " methods, " << item.fileCount << " files, field 2 = " << item.auxCount;
-    if (item.SkippedByPlugin()) {
-        out << ": skipped by the plug-in\n";
+    out << "  item " << item.number << ": ";
+    if (item.SkippedByPlugin()) {  // its hash is never queried
+        out << item.methodCount << " methods, " << item.fileCount
+            << " files, field 2 = " << item.auxCount << ": skipped by the plug-in\n";
         return;
     }
-    out << "\n";
+    out << "hash " << (item.hash ? item.hash->ToString() : "<unreadable>") << ", "
+        << item.methodCount << " methods, " << item.fileCount
+        << " files, field 2 = " << item.auxCount << "\n";
     for (const InspectedFile& file : item.files) {
         PrintFile(out, file);
     }

@@ -65,6 +65,11 @@ std::vector<TableProblem> Checker::Run(const DebugTables& tables) {
         }
     }
     CheckItemHashes(tables);
+    if (tables.truncated) {
+        Add(0, -1, "itemCount",
+            "the counts ask for more than " + Number(kMaxInspectedBytes >> 20) +
+                " MiB of tables: inspection stopped there");
+    }
     return std::move(problems);
 }
 
