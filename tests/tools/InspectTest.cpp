@@ -149,8 +149,8 @@ INSTANTIATE_TEST_SUITE_P(
         BrokenLibrary{"broken_null_name_offsets", 1,
                       "  item 1 field fileNameOffsets: null, but 2 elements are needed"},
         BrokenLibrary{"broken_null_points", 2,
-                      "  item 1 method 0 field sequencePoints: null, but the method has sequence "
-                      "points"},
+                      "  item 1 method 0 field sequencePoints: null, but the method's sequence "
+                      "points are listed there"},
         BrokenLibrary{"broken_null_digests", 1,
                       "  item 1 field fileMD5Indices[0]: digest 0, but md5Hashes is null"},
         BrokenLibrary{"broken_method_hash", 1,

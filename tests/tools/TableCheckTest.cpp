@@ -108,7 +108,7 @@ TEST(TableCheckTest, TableRunningIntoUnreadableMemoryIsReportedWithItsReadablePa
     ASSERT_EQ(problems.size(), 1u);
     EXPECT_EQ(problems[0].method, 0);
     EXPECT_EQ(problems[0].field, "sequencePoints");
-    EXPECT_EQ(problems[0].message, "points 0..1 are not all readable memory");
+    EXPECT_EQ(problems[0].message, "sequence points 0..1 are not all readable memory");
 }
 
 TEST(TableCheckTest, NameWithoutTerminatorBeforeUnreadableMemoryIsReported) {

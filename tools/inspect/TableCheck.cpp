@@ -43,6 +43,10 @@ class Checker {
     void CheckFile(const InspectedItem& item, const InspectedFile& file);
     void CheckMethodHashes(const InspectedItem& item);
     void CheckMethod(const InspectedItem& item, const InspectedMethod& method);
+    template <class T>
+    void CheckMethodSlice(const InspectedItem& item, const InspectedMethod& method,
+                          const char* field, DebugQueryField code, int32_t first,
+                          const ReadTable<T>& slice, const char* what);
     void CheckMethodFiles(const InspectedItem& item, const InspectedMethod& method);
     void CheckSequencePoints(const InspectedItem& item, const InspectedMethod& method);
 
@@ -203,16 +207,26 @@ void Checker::CheckMethod(const InspectedItem& item, const InspectedMethod& meth
     CheckSequencePoints(item, method);
 }
 
+// The method's part of an item-wide table (`what`, from index `first`) that is null or runs
+// into unreadable memory.
+template <class T>
+void Checker::CheckMethodSlice(const InspectedItem& item, const InspectedMethod& method,
+                               const char* field, DebugQueryField code, int32_t first,
+                               const ReadTable<T>& slice, const char* what) {
+    if (first < 0 || slice.Complete()) {
+        return;
+    }
+    const int64_t last = first + static_cast<int64_t>(slice.wanted) - 1;
+    Add(item.number, method.index, field,
+        item.Field(code) == 0 ? std::string("null, but the method's ") + what + " are listed there"
+                              : std::string(what) + " " + Number(first) + ".." + Number(last) +
+                                    " are not all readable memory");
+}
+
 void Checker::CheckMethodFiles(const InspectedItem& item, const InspectedMethod& method) {
     const ReadTable<int32_t>& numbers = method.fileNumbers;
-    if (method.info.firstFile >= 0 && !numbers.Complete()) {
-        Add(item.number, method.index, "methodFileIndices",
-            item.Field(DebugQueryField::MethodFileIndices) == 0
-                ? std::string("null, but the method's files are listed there")
-                : "entries " + Number(method.info.firstFile) + ".." +
-                      Number(method.info.firstFile + static_cast<int64_t>(numbers.wanted) - 1) +
-                      " are not all readable memory");
-    }
+    CheckMethodSlice(item, method, "methodFileIndices", DebugQueryField::MethodFileIndices,
+                     method.info.firstFile, numbers, "file numbers");
     for (size_t k = 0; k < numbers.elements.size(); ++k) {
         const int32_t file = numbers.elements[k];
         if (file < 0 || file >= item.fileCount) {
@@ -226,15 +240,8 @@ void Checker::CheckMethodFiles(const InspectedItem& item, const InspectedMethod&
 
 void Checker::CheckSequencePoints(const InspectedItem& item, const InspectedMethod& method) {
     const ReadTable<SequencePoint>& points = method.points;
-    if (method.info.firstSequencePoint >= 0 && !points.Complete()) {
-        Add(item.number, method.index, "sequencePoints",
-            item.Field(DebugQueryField::SequencePoints) == 0
-                ? std::string("null, but the method has sequence points")
-                : "points " + Number(method.info.firstSequencePoint) + ".." +
-                      Number(method.info.firstSequencePoint + static_cast<int64_t>(points.wanted) -
-                             1) +
-                      " are not all readable memory");
-    }
+    CheckMethodSlice(item, method, "sequencePoints", DebugQueryField::SequencePoints,
+                     method.info.firstSequencePoint, points, "sequence points");
     for (size_t j = 0; j < points.elements.size(); ++j) {
         const int32_t file = points.elements[j].file;
         if (file < 0 || file >= method.info.fileCount) {
