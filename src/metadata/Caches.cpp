@@ -21,6 +21,9 @@ size_t ReserveSize(int32_t total) { return total > 0 ? static_cast<size_t>(total
 void MonoDebuggerHandling::RebuildCaches() {
     BuildFilesCache();
     BuildMethodsCache();
+    // The rebuilt caches no longer reach the retired items: the next method list may free them.
+    releasableItems.insert(releasableItems.end(), retiredItems.begin(), retiredItems.end());
+    retiredItems.clear();
 }
 
 void MonoDebuggerHandling::BuildFilesCache() {

@@ -61,13 +61,14 @@ void MonoDebuggerHandling::ClearLibraryMetadata() {
 // new one. At most one item per hash is ever registered, so the index finds it directly.
 void MonoDebuggerHandling::RegisterItem(QuarnDebugMetadata* item) {
     auto [slot, inserted] = itemByHash.try_emplace(item->hash, item);
-    metadataItems.insert(item);
     if (inserted) {
+        metadataItems.insert(item);
         AddCacheEntry(item);
         return;
     }
     QuarnDebugMetadata* replaced = std::exchange(slot->second, item);
     metadataItems.erase(replaced);
+    metadataItems.insert(item);
     ReplaceCacheEntry(replaced, item);
     retiredItems.push_back(replaced);  // not freed yet: see DropItem
 }
@@ -84,11 +85,22 @@ void MonoDebuggerHandling::DropItem(QuarnDebugMetadata* item) {
     retiredItems.push_back(item);
 }
 
-void MonoDebuggerHandling::FreeRetiredItems() {
-    for (QuarnDebugMetadata* item : retiredItems) {
+// Frees the items retired before the last cache rebuild. Called when a new method list has
+// made every earlier handle stale; items retired since the rebuild may still be in the caches
+// (a list issued between two items of one load hands out handles to them), so they wait for
+// the next rebuild and the list after it.
+void MonoDebuggerHandling::FreeReleasableItems() {
+    for (QuarnDebugMetadata* item : releasableItems) {
         delete item;
     }
+    releasableItems.clear();
+}
+
+// Frees every dropped item; for the destructor, when no handle can be used any more.
+void MonoDebuggerHandling::FreeRetiredItems() {
+    releasableItems.insert(releasableItems.end(), retiredItems.begin(), retiredItems.end());
     retiredItems.clear();
+    FreeReleasableItems();
 }
 
 void MonoDebuggerHandling::AddCacheEntry(const QuarnDebugMetadata* item) {

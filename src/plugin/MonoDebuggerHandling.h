@@ -123,6 +123,7 @@ private:
     void BuildFilesCache();
     void BuildMethodsCache();
     void RebuildCaches();
+    void FreeReleasableItems();
     void FreeRetiredItems();
     void DumpItems();
     void DumpCaches();
@@ -174,10 +175,14 @@ private:
     // Guarded by `mutex`. The item of each item hash in `metadataItems` (at most one: a new item
     // replaces every older one with its hash), so replacement needs no walk over every item.
     std::unordered_map<Hash128, QuarnDebugMetadata*> itemByHash;
-    // Guarded by `mutex`. Items dropped from `metadataItems` while a handle of the current
-    // method list may still point at them. Freed when the next list is issued, so a freed
+    // Guarded by `mutex`. Items dropped from `metadataItems` since the last cache rebuild: a
+    // method list issued before that rebuild (even between two items of one load) may hold
+    // handles to them. Never freed before the next rebuild and the list after it, so a freed
     // record's address can never come back as a new record that an old handle would accept.
     std::vector<QuarnDebugMetadata*> retiredItems;
+    // Guarded by `mutex`. Retired items that no cache reaches since the last rebuild; freed by
+    // the next method list, which makes every handle that could point at them stale.
+    std::vector<QuarnDebugMetadata*> releasableItems;
     // Guarded by `mutex`. The values of `hashToMetadata`, in the order they were inserted, in
     // one contiguous block: the method list is issued in this order (the map's order is free),
     // reading it sequentially instead of chasing the map's scattered nodes.

@@ -18,8 +18,9 @@ void MonoDebuggerHandling::QuarnFetchMethods(void* buffer, void* idContext, int 
     Log(1, "    Total Methods : ", Int{count});
     methodCacheGeneration += kGenerationStep;
     methodCache.Renew(methodLocations.size());
-    // No accepted handle can reach a retired item any more: their addresses may be reused now.
-    FreeRetiredItems();
+    // No handle of the new list can reach an item retired before the last cache rebuild, and
+    // every older handle is now stale: those addresses may be reused.
+    FreeReleasableItems();
     callbacks->writeInt(buffer, count);
     // The elements of hashToMetadata, in the order they were inserted.
     for (const MethodLocation& location : methodLocations) {

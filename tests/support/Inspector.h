@@ -17,7 +17,10 @@ public:
     const auto& BreakpointMethods() const { return object.breakpointMethods; }
     const auto& MethodCache() const { return object.methodCache; }
     uint64_t MethodCacheGeneration() const { return object.methodCacheGeneration; }
-    size_t RetiredItemCount() const { return object.retiredItems.size(); }
+    // Dropped items not yet freed (retired since the last cache rebuild, or releasable).
+    size_t RetiredItemCount() const {
+        return object.retiredItems.size() + object.releasableItems.size();
+    }
     JITBuffer* Buffer() const { return object.jitBuffer; }
     Trampoline<MonoDebuggerHandling>* TrampolineGenerator() const { return object.trampoline; }
     DebugLogWriter* LogWriter() const { return object.logWriter; }
