@@ -3,26 +3,30 @@
 // Read-only hooks through which a test on the debugger side checks the bookkeeping. Each
 // holds the lock for its whole body and writes nothing on failure.
 
-int MonoDebuggerHandling::TestFetchEntryPointHash(void* method, Hash128* result) {
+// Copies the hash that `read` picks from a valid handle's entry and item, under the lock;
+// returns 0 and leaves `result` alone for an invalid handle.
+int MonoDebuggerHandling::CopyHashOfHandle(void* method, Hash128* result, HandleHashReader read) {
     std::lock_guard<std::mutex> lock(mutex);
     MethodCacheEntry* entry;
     QuarnDebugMetadata* item;
     if (!MethodPtrToMethodCacheEntry(method, entry, item)) {
         return 0;
     }
-    *result = item->hash;
+    *result = read(*entry, *item);
     return 1;
 }
 
+int MonoDebuggerHandling::TestFetchEntryPointHash(void* method, Hash128* result) {
+    return CopyHashOfHandle(
+        method, result,
+        [](const MethodCacheEntry&, const QuarnDebugMetadata& item) { return item.hash; });
+}
+
 int MonoDebuggerHandling::TestFetchMethodHash(void* method, Hash128* result) {
-    std::lock_guard<std::mutex> lock(mutex);
-    MethodCacheEntry* entry;
-    QuarnDebugMetadata* item;
-    if (!MethodPtrToMethodCacheEntry(method, entry, item)) {
-        return 0;
-    }
-    *result = item->methodHashes[entry->methodIndex];
-    return 1;
+    return CopyHashOfHandle(method, result,
+                            [](const MethodCacheEntry& entry, const QuarnDebugMetadata& item) {
+                                return item.methodHashes[entry.methodIndex];
+                            });
 }
 
 int MonoDebuggerHandling::TestBreakpointSet(Hash128* entryHash) {

@@ -129,6 +129,10 @@ private:
     void DumpCaches();
     void DumpBreakpointsAndEntryPoints();
 
+    // ---- breakpoints/ ----
+    using HandleHashReader = Hash128 (*)(const MethodCacheEntry&, const QuarnDebugMetadata&);
+    int CopyHashOfHandle(void* method, Hash128* result, HandleHashReader read);  // locks
+
     // ---- entrypoints/ (caller holds mutex) ----
     void RemoveEntryPointsOfLibrary(void* libraryHandle);
     void SwitchStub(const EntryPoint& entry, bool managed);
