@@ -25,15 +25,28 @@ uint64_t DebugQueryReader::Query(int32_t item, DebugQueryField field) const {
     return query(static_cast<uint64_t>(item), static_cast<uint64_t>(field));
 }
 
+namespace {
+
+// A skipped item's record is abandoned, never freed, as the loader always did. Allocated here
+// rather than with the kept records so leak reports can tell the two apart; returned so the
+// allocation cannot be optimised away.
+[[gnu::noinline]] QuarnDebugMetadata* AbandonSkippedRecord(const QuarnDebugMetadata& counts) {
+    return new QuarnDebugMetadata(counts);
+}
+
+}  // namespace
+
 QuarnDebugMetadata* DebugQueryReader::ReadItem(int32_t item) const {
-    auto* record = new QuarnDebugMetadata{};
-    record->libraryHandle = libraryHandle;
-    record->methodCount = static_cast<int32_t>(Query(item, DebugQueryField::MethodCount));
-    record->fileCount = static_cast<int32_t>(Query(item, DebugQueryField::FileCount));
-    record->auxCount = static_cast<int32_t>(Query(item, DebugQueryField::AuxCount));
-    if (record->fileCount == 0 || record->auxCount == 0 || record->methodCount == 0) {
-        return nullptr;  // the record is abandoned, as the loader always did
+    QuarnDebugMetadata counts{};
+    counts.libraryHandle = libraryHandle;
+    counts.methodCount = static_cast<int32_t>(Query(item, DebugQueryField::MethodCount));
+    counts.fileCount = static_cast<int32_t>(Query(item, DebugQueryField::FileCount));
+    counts.auxCount = static_cast<int32_t>(Query(item, DebugQueryField::AuxCount));
+    if (counts.fileCount == 0 || counts.auxCount == 0 || counts.methodCount == 0) {
+        AbandonSkippedRecord(counts);
+        return nullptr;
     }
+    auto* record = new QuarnDebugMetadata(counts);
     auto pointer = [&](DebugQueryField field) {
         return reinterpret_cast<const void*>(static_cast<uintptr_t>(Query(item, field)));
     };
