@@ -1,6 +1,6 @@
 /* The sample compiled library of the session demo, written as a compiler back end would emit it
-   with the producer helper. Lines and columns are those of the C# files in Assets/Scripts beside this file;
-   the digests are the MD5 sums of those files. */
+   with the producer helper. Lines and columns are those of the C# files in Assets/Scripts
+   beside this file; the digests are the MD5 sums of those files. */
 #include "SampleTables.h"
 #include "quarn_debug_producer.h"
 

@@ -7,7 +7,9 @@
 #include "Options.h"
 
 PluginApi::PluginApi(const std::string& path) : path(path) {
-    library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    // Kept mapped after dlclose, as hosts keep their plug-ins: the plug-in's log writer lives
+    // until the process ends by design.
+    library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (library == nullptr) {
         throw InputError("cannot load the plug-in: " + std::string(dlerror()));
     }
