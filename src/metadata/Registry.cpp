@@ -1,7 +1,39 @@
+#include <algorithm>
+
 #include "metadata/DebugQuery.h"
 #include "plugin/MonoDebuggerHandling.h"
 
 using logfmt::Ptr;
+
+namespace {
+
+// Bounds on how far the method lists grow ahead of what they hold while a library loads: at
+// most this factor, or this many keys (8 MB of buckets) if that is more.
+constexpr size_t kGrowthFactorAhead = 8;
+constexpr size_t kKeysAhead = size_t{1} << 20;
+
+// When the method lists must grow to take `item`, grows them once to what the items left in
+// this library are expected to add (half as many methods again as this one each, as items
+// differ in size), so a large library is not rehashed again and again as it loads. A reload
+// finds its keys already there and seldom gets here; the bounds keep an absurd item count
+// from making the lists reserve much more than they fill.
+template <class MethodLists>
+void GrowForRestOfLibrary(MethodLists& lists, const QuarnDebugMetadata& item, int64_t itemsLeft) {
+    if (item.methodCount <= 0) {
+        return;
+    }
+    const auto methods = static_cast<size_t>(item.methodCount);
+    const size_t needed = lists.size() + methods;
+    const auto capacity =
+        static_cast<size_t>(static_cast<float>(lists.bucket_count()) * lists.max_load_factor());
+    if (needed > capacity) {
+        const size_t expected = lists.size() + methods * static_cast<size_t>(itemsLeft) * 3 / 2;
+        const size_t bound = std::max(needed * kGrowthFactorAhead, needed + kKeysAhead);
+        lists.reserve(std::min(expected, bound));
+    }
+}
+
+}  // namespace
 
 void MonoDebuggerHandling::ProcessLibraryMetadata(void* libraryHandle) {
     Log(1, "ProcessLibraryMetadata : ", Ptr(libraryHandle));
@@ -17,6 +49,7 @@ void MonoDebuggerHandling::ProcessLibraryMetadata(void* libraryHandle) {
         }
         // Locked once per item, so debugger queries can run between items.
         std::lock_guard<std::mutex> lock(mutex);
+        GrowForRestOfLibrary(hashToMetadataList, *record, reader.ItemCount() - item + 1);
         RegisterItem(record);
         added = true;
     }
