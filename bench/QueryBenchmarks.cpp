@@ -83,17 +83,24 @@ constexpr int kVersionKnown = 1;
 constexpr int kMajorVersion = 2;
 constexpr int kMinorVersion = 32;
 
-// Each call asks for the next method of the list, as a debugger stepping through code would
-// ask for many different ones.
-void FetchDebugInfo(benchmark::State& state) {
+// Calls `reply` once per iteration with the record and the next method handle of the list, as
+// a debugger stepping through code asks about many different methods.
+template <class Reply>
+void CycleThroughMethods(benchmark::State& state, Reply reply) {
     auto handling = LoadedHandling(LibraryOfSize(kReferenceSize));
     const std::vector<void*> handles = FetchMethodHandles(*handling);
     const CallbacksRecord& record = *handling->Callbacks();
     size_t next = 0;
     for (auto _ : state) {
-        record.fetchDebugInfo(nullptr, handles[next], kVersionKnown, kMajorVersion, kMinorVersion);
+        reply(record, handles[next]);
         next = next + 1 == handles.size() ? 0 : next + 1;
     }
+}
+
+void FetchDebugInfo(benchmark::State& state) {
+    CycleThroughMethods(state, [](const CallbacksRecord& record, void* handle) {
+        record.fetchDebugInfo(nullptr, handle, kVersionKnown, kMajorVersion, kMinorVersion);
+    });
 }
 
 // The writer calls of one reply at version 2.32, in the order the query makes them.
@@ -121,14 +128,9 @@ void WriteDebugInfoReply(const CallbacksRecord& record, const MethodCacheEntry& 
 }
 
 void FetchDebugInfoFloor(benchmark::State& state) {
-    auto handling = LoadedHandling(LibraryOfSize(kReferenceSize));
-    const std::vector<void*> handles = FetchMethodHandles(*handling);
-    const CallbacksRecord& record = *handling->Callbacks();
-    size_t next = 0;
-    for (auto _ : state) {
-        WriteDebugInfoReply(record, *static_cast<const MethodCacheEntry*>(handles[next]));
-        next = next + 1 == handles.size() ? 0 : next + 1;
-    }
+    CycleThroughMethods(state, [](const CallbacksRecord& record, void* handle) {
+        WriteDebugInfoReply(record, *static_cast<const MethodCacheEntry*>(handle));
+    });
 }
 
 // Paths that match no file, so every query walks the whole set: one with a directory part

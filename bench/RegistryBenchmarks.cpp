@@ -13,54 +13,53 @@ const generated::GeneratedLibrary& Library(const benchmark::State& state) {
     return LibraryOfSize(static_cast<int32_t>(state.range(0)));
 }
 
-void LibraryLoaded(benchmark::State& state) {
-    const auto& tables = Library(state);
-    void* library = Serve(tables);
-    OnFreshHandling(
-        state, [](MonoDebuggerHandling&) {},
-        [&](MonoDebuggerHandling& handling) { handling.ProcessLibraryMetadata(library); });
-    state.counters["per_method"] = TimePer(tables.MethodCount());
+// The steps a benchmark prepares and measures, on a handling object and the loader handle of
+// the benchmark's generated library.
+void Nothing(MonoDebuggerHandling&, const generated::GeneratedLibrary&, void*) {}
+
+void Load(MonoDebuggerHandling& handling, const generated::GeneratedLibrary&, void* library) {
+    handling.ProcessLibraryMetadata(library);
 }
 
-// The same library loaded again: every item is replaced by its new copy.
-void LibraryReloaded(benchmark::State& state) {
-    const auto& tables = Library(state);
-    void* library = Serve(tables);
-    OnFreshHandling(
-        state, [&](MonoDebuggerHandling& handling) { handling.ProcessLibraryMetadata(library); },
-        [&](MonoDebuggerHandling& handling) { handling.ProcessLibraryMetadata(library); });
-    state.counters["per_method"] = TimePer(tables.MethodCount());
-}
-
-// A loaded library with one entry point per item.
-void PrepareLoadedWithEntryPoints(MonoDebuggerHandling& handling,
-                                  const generated::GeneratedLibrary& tables, void* library) {
+// Loaded, with one entry point per item.
+void LoadWithEntryPoints(MonoDebuggerHandling& handling, const generated::GeneratedLibrary& tables,
+                         void* library) {
     handling.ProcessLibraryMetadata(library);
     RegisterEntryPoints(handling, tables, library);
 }
 
-void LibraryUnloaded(benchmark::State& state) {
+void Unload(MonoDebuggerHandling& handling, const generated::GeneratedLibrary&, void* library) {
+    handling.UnloadLibraryMetadata(library);
+}
+
+void Clear(MonoDebuggerHandling& handling, const generated::GeneratedLibrary&, void*) {
+    handling.ClearLibraryMetadata();
+}
+
+using Step = void (*)(MonoDebuggerHandling&, const generated::GeneratedLibrary&, void*);
+
+// Times `measured` on fresh handling objects set up by `prepare`, per method of the library.
+void MeasureStep(benchmark::State& state, Step prepare, Step measured) {
     const auto& tables = Library(state);
     void* library = Serve(tables);
     OnFreshHandling(
-        state,
-        [&](MonoDebuggerHandling& handling) {
-            PrepareLoadedWithEntryPoints(handling, tables, library);
-        },
-        [&](MonoDebuggerHandling& handling) { handling.UnloadLibraryMetadata(library); });
+        state, [&](MonoDebuggerHandling& handling) { prepare(handling, tables, library); },
+        [&](MonoDebuggerHandling& handling) { measured(handling, tables, library); });
     state.counters["per_method"] = TimePer(tables.MethodCount());
 }
 
+void LibraryLoaded(benchmark::State& state) {
+    MeasureStep(state, Nothing, Load);
+}
+// The same library loaded again: every item is replaced by its new copy.
+void LibraryReloaded(benchmark::State& state) {
+    MeasureStep(state, Load, Load);
+}
+void LibraryUnloaded(benchmark::State& state) {
+    MeasureStep(state, LoadWithEntryPoints, Unload);
+}
 void ClearLibraryMetadata(benchmark::State& state) {
-    const auto& tables = Library(state);
-    void* library = Serve(tables);
-    OnFreshHandling(
-        state,
-        [&](MonoDebuggerHandling& handling) {
-            PrepareLoadedWithEntryPoints(handling, tables, library);
-        },
-        [](MonoDebuggerHandling& handling) { handling.ClearLibraryMetadata(); });
-    state.counters["per_method"] = TimePer(tables.MethodCount());
+    MeasureStep(state, LoadWithEntryPoints, Clear);
 }
 
 // The bound of this design: one reserved map keyed by the method hashes, with the hash every

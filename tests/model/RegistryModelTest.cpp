@@ -315,24 +315,20 @@ class ModelComparison {
     RegistryModel expected;
 };
 
-TEST(RegistryModelComparison, CollidingLibrariesMatchThePlainAlgorithms) {
-    for (uint64_t seed = 1; seed <= 8; ++seed) {
+// Runs one random sequence per seed, stopping at the first that fails.
+void RunSequences(uint64_t seeds, int steps, const ModelComparison::ShapeMaker& makeShape) {
+    for (uint64_t seed = 1; seed <= seeds && !testing::Test::HasFailure(); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
-        ModelComparison(seed, CollidingShape).Run(150);
-        if (HasFailure()) {
-            return;
-        }
+        ModelComparison(seed, makeShape).Run(steps);
     }
 }
 
+TEST(RegistryModelComparison, CollidingLibrariesMatchThePlainAlgorithms) {
+    RunSequences(8, 150, CollidingShape);
+}
+
 TEST(RegistryModelComparison, OrdinaryLibrariesMatchThePlainAlgorithms) {
-    for (uint64_t seed = 1; seed <= 2; ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        ModelComparison(seed, OrdinaryShape).Run(20);
-        if (HasFailure()) {
-            return;
-        }
-    }
+    RunSequences(2, 20, OrdinaryShape);
 }
 
 }  // namespace

@@ -1,0 +1,269 @@
+#!/usr/bin/env python3
+"""Runs mdh_bench and turns its results into the tables of bench/README.md and the plot of
+load time per method against the number of methods.
+
+    python3 bench/report.py run build/release/bench/mdh_bench bench/results.json
+    python3 bench/report.py table bench/results.json
+    python3 bench/report.py plot bench/results.json bench/load_time_per_method.svg
+    python3 bench/report.py compare before.json bench/results.json
+
+`run` starts a fresh process for every benchmark, so none inherits the heap another one left
+behind (a hashed-map insert after a large reload ran three times slower in the same
+process), and merges their JSON outputs. The plot needs gnuplot; it is installed from Debian
+(gnuplot-nox) when missing.
+"""
+import argparse
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+NS_PER_UNIT = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+LOAD_SIZES = [10000, 20000, 50000, 100000, 200000, 500000, 1000000]
+REFERENCE = 100000
+DOUBLINGS = [(10000, 20000), (50000, 100000), (100000, 200000), (500000, 1000000)]
+
+
+def load_results(path):
+    """run name -> aggregate name (median, stddev, cv, mean) -> entry."""
+    with open(path) as stream:
+        document = json.load(stream)
+    runs = {}
+    for entry in document["benchmarks"]:
+        if entry.get("run_type") == "aggregate":
+            runs.setdefault(entry["run_name"], {})[entry["aggregate_name"]] = entry
+    return document.get("context", {}), runs
+
+
+class Figures:
+    def __init__(self, runs):
+        self.runs = runs
+
+    def run(self, prefix):
+        for name in self.runs:
+            if name == prefix or name.startswith(prefix + "/"):
+                return self.runs[name]
+        sys.exit("no aggregates for " + prefix + " in the results")
+
+    def _timed(self, prefix, aggregate):
+        entry = self.run(prefix)[aggregate]
+        field = "real_time" if entry["run_name"].endswith("real_time") else "cpu_time"
+        return entry, entry[field]
+
+    def time(self, prefix, aggregate="median"):
+        """The benchmark's own time per iteration, in nanoseconds."""
+        entry, value = self._timed(prefix, aggregate)
+        return value * NS_PER_UNIT[entry["time_unit"]]
+
+    def cv(self, prefix):
+        """Coefficient of variation of the time, in percent."""
+        return self._timed(prefix, "cv")[1] * 100.0
+
+    def counter(self, prefix, name, aggregate="median"):
+        return self.run(prefix)[aggregate][name]
+
+    def per_unit_ns(self, prefix, name, aggregate="median"):
+        """A TimePer counter (seconds per thing) in nanoseconds."""
+        return self.counter(prefix, name, aggregate) * 1e9
+
+
+def nanoseconds(value):
+    for unit, scale in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
+        if value >= scale:
+            return "%.3g %s" % (value / scale, unit)
+    return "%.3g ns" % value
+
+
+def row(*cells):
+    return "| " + " | ".join(str(cell) for cell in cells) + " |"
+
+
+def measured_rows(figures):
+    lines = [row("benchmark", "median", "stddev", "cv", "per unit (median)"),
+             row("---", "---:", "---:", "---:", "---:")]
+    for name, aggregates in figures.runs.items():
+        unit = next((key for key in ("per_method", "per_file") if key in aggregates["median"]),
+                    None)
+        per_unit = "%s/%s" % (nanoseconds(figures.per_unit_ns(name, unit)),
+                              unit[4:]) if unit else ""
+        if "heap_bytes_per_method" in aggregates["median"]:
+            per_unit = "%.1f B/method" % aggregates["median"]["heap_bytes_per_method"]
+        lines.append(row(name, nanoseconds(figures.time(name)),
+                         nanoseconds(figures.time(name, "stddev")),
+                         "%.1f %%" % figures.cv(name), per_unit))
+    return lines
+
+
+def goal_rows(figures):
+    def load(kind, size):
+        return figures.time("%s/%d" % (kind, size))
+
+    def verdict(value, limit):
+        return "met" if value <= limit else "missed"
+
+    lines = [row("goal", "measured", "limit", ""), row("---", "---:", "---:", "---")]
+    reload_ratio = load("LibraryReloaded", REFERENCE) / load("LibraryLoaded", REFERENCE)
+    lines.append(row("reload / first load, 100k methods", "%.2f" % reload_ratio, "1.5",
+                     verdict(reload_ratio, 1.5)))
+    for small, large in DOUBLINGS:
+        ratio = load("LibraryLoaded", large) / load("LibraryLoaded", small)
+        lines.append(row("first load %dk -> %dk methods" % (small // 1000, large // 1000),
+                         "%.2f" % ratio, "2.3", verdict(ratio, 2.3)))
+    floor_ratio = load("LibraryLoaded", REFERENCE) / load("LoadFloor", REFERENCE)
+    lines.append(row("first load / hashed-map floor, 100k methods", "%.2f" % floor_ratio, "4",
+                     verdict(floor_ratio, 4.0)))
+    fetch = figures.per_unit_ns("FetchMethods", "per_method")
+    writer_floor = figures.per_unit_ns("FetchMethodsFloor/fresh_records:0", "per_method")
+    fresh_floor = figures.per_unit_ns("FetchMethodsFloor/fresh_records:1", "per_method")
+    lines.append(row("QuarnFetchMethods / writer floor, per method",
+                     "%.2f" % (fetch / writer_floor), "2", verdict(fetch / writer_floor, 2.0)))
+    lines.append(row("QuarnFetchMethods / writer floor with fresh records, per method",
+                     "%.2f" % (fetch / fresh_floor), "(2)", verdict(fetch / fresh_floor, 2.0)))
+    heap = figures.counter("HeapPerLoadedMethod/%d" % REFERENCE, "heap_bytes_per_method")
+    lines.append(row("heap per loaded method, 100k methods", "%.1f B" % heap, "200 B",
+                     verdict(heap, 200.0)))
+    return lines
+
+
+def other_ratio_rows(figures):
+    lines = [row("comparison", "ratio", "detail"), row("---", "---:", "---")]
+    trampoline = figures.time("TrampolineCall")
+    direct = figures.time("DirectWrapperCall")
+    lines.append(row("trampoline / direct wrapper call", "%.2f" % (trampoline / direct),
+                     "+%.2f ns per call" % (trampoline - direct)))
+    for small, large in ((10000, 100000), (100000, 1000000)):
+        ratio = figures.time("LibraryLoaded/%d" % large) / figures.time("LibraryLoaded/%d" % small)
+        lines.append(row("first load %dk -> %dk methods" % (small // 1000, large // 1000),
+                         "%.1f" % ratio, "10x the methods"))
+    for query, floor, unit in (("FetchFiles", "FetchFilesFloor", "per_file"),
+                               ("FetchDebugInfo", "FetchDebugInfoFloor", None)):
+        value = figures.per_unit_ns(query, unit) if unit else figures.time(query)
+        bound = figures.per_unit_ns(floor, unit) if unit else figures.time(floor)
+        lines.append(row("%s / its writer floor" % query, "%.2f" % (value / bound),
+                         "%s vs %s %s" % (nanoseconds(value), nanoseconds(bound),
+                                          unit or "per call")))
+    for bare in (0, 1):
+        small = figures.time("IsFileQuarned/files:100/bare_name:%d" % bare)
+        large = figures.time("IsFileQuarned/files:10000/bare_name:%d" % bare)
+        lines.append(row("IsFileQuarned 100 -> 10k files (%s)" %
+                         ("bare file name" if bare else "path with directory"),
+                         "%.0f" % (large / small), "%s -> %s per call" %
+                         (nanoseconds(small), nanoseconds(large))))
+    return lines
+
+
+def print_tables(context, figures):
+    print("Machine: %s CPUs at %s MHz, %s" % (context.get("num_cpus"), context.get("mhz_per_cpu"),
+                                            context.get("date", "")))
+    for title, lines in (("Measured (median of the repetitions)", measured_rows(figures)),
+                         ("Goals", goal_rows(figures)),
+                         ("Other comparisons", other_ratio_rows(figures))):
+        print("\n### " + title + "\n")
+        print("\n".join(lines))
+
+
+def ensure_gnuplot():
+    if shutil.which("gnuplot") is None:
+        subprocess.run(["apt-get", "install", "-y", "gnuplot-nox"], check=True)
+
+
+def plot(figures, output):
+    ensure_gnuplot()
+    series = (("LibraryLoaded", "first load"), ("LibraryReloaded", "reload (every item replaced)"),
+              ("LoadFloor", "floor: reserved hashed map"))
+    with tempfile.TemporaryDirectory() as directory:
+        data = os.path.join(directory, "load.dat")
+        with open(data, "w") as stream:
+            for kind, _ in series:
+                for size in LOAD_SIZES:
+                    prefix = "%s/%d" % (kind, size)
+                    stream.write("%d %f %f\n" % (
+                        size, figures.per_unit_ns(prefix, "per_method"),
+                        figures.per_unit_ns(prefix, "per_method", "stddev")))
+                stream.write("\n\n")
+        plots = ", ".join("'%s' index %d using 1:2:3 with yerrorlines title '%s'" %
+                          (data, index, title) for index, (_, title) in enumerate(series))
+        script = "\n".join([
+            "set terminal svg size 800,480 dynamic background rgb 'white'",
+            "set output '%s'" % output,
+            "set title 'library\\_loaded: time per method (median, error bars: stddev)'",
+            "set xlabel 'methods in the library'",
+            "set ylabel 'ns per method'",
+            "set logscale x",
+            "set xtics (10000, 20000, 50000, 100000, 200000, 500000, 1000000)",
+            "set format x '%.0s%c'",
+            "set yrange [0:*]",
+            "set key top left",
+            "set grid",
+            "plot " + plots,
+        ])
+        subprocess.run(["gnuplot"], input=script, text=True, check=True)
+
+
+def print_comparison(before, after):
+    """Medians of the benchmarks both runs have, before and after a change."""
+    print(row("benchmark", "before", "after", "after / before"))
+    print(row("---", "---:", "---:", "---:"))
+    for name in after.runs:
+        if name in before.runs:
+            old, new = before.time(name), after.time(name)
+            print(row(name, nanoseconds(old), nanoseconds(new), "%.2f" % (new / old)))
+
+
+def run(binary, output, repetitions):
+    """Every benchmark in its own process, then one JSON document with all of them."""
+    names = subprocess.run([binary, "--benchmark_list_tests"], check=True, text=True,
+                           capture_output=True).stdout.split()
+    merged = None
+    with tempfile.TemporaryDirectory() as directory:
+        part = os.path.join(directory, "part.json")
+        for name in names:
+            print("running " + name, file=sys.stderr)
+            subprocess.run([binary, "--benchmark_filter=^%s$" % re.escape(name),
+                            "--benchmark_repetitions=%d" % repetitions,
+                            "--benchmark_report_aggregates_only=true",
+                            "--benchmark_out=" + part, "--benchmark_out_format=json"],
+                           check=True, stdout=subprocess.DEVNULL)
+            with open(part) as stream:
+                document = json.load(stream)
+            if merged is None:
+                merged = document
+            else:
+                merged["benchmarks"].extend(document["benchmarks"])
+    with open(output, "w") as stream:
+        json.dump(merged, stream, indent=1)
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Runs mdh_bench and reports its results.")
+    commands = parser.add_subparsers(dest="command", required=True)
+    run_command = commands.add_parser("run", help="run every benchmark, write merged JSON")
+    run_command.add_argument("binary")
+    run_command.add_argument("output")
+    run_command.add_argument("--repetitions", type=int, default=5)
+    table_command = commands.add_parser("table", help="print the markdown tables")
+    table_command.add_argument("results")
+    plot_command = commands.add_parser("plot", help="write the load-time plot (SVG)")
+    plot_command.add_argument("results")
+    plot_command.add_argument("output")
+    compare_command = commands.add_parser("compare", help="medians before and after a change")
+    compare_command.add_argument("before")
+    compare_command.add_argument("results")
+    arguments = parser.parse_args()
+    if arguments.command == "run":
+        run(arguments.binary, arguments.output, arguments.repetitions)
+        return
+    context, runs = load_results(arguments.results)
+    if arguments.command == "table":
+        print_tables(context, Figures(runs))
+    elif arguments.command == "compare":
+        print_comparison(Figures(load_results(arguments.before)[1]), Figures(runs))
+    else:
+        plot(Figures(runs), arguments.output)
+
+
+if __name__ == "__main__":
+    main()
