@@ -1,3 +1,4 @@
+#include "metadata/BucketTouch.h"
 #include "plugin/MonoDebuggerHandling.h"
 
 namespace {
@@ -47,6 +48,7 @@ void MonoDebuggerHandling::BuildMethodsCache() {
     hashToMetadata.reserve(ReserveSize(total));
     methodLocations.reserve(ReserveSize(total));
     for (QuarnDebugMetadata* item : metadataItems) {
+        TouchBuckets(hashToMetadata, item->methodHashes, item->methodCount);
         for (int32_t k = 0; k < item->methodCount; ++k) {
             // The first item in iteration order, and its lowest index, wins.
             if (hashToMetadata.try_emplace(item->methodHashes[k], item, k).second) {

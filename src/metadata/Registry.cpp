@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "metadata/BucketTouch.h"
 #include "metadata/DebugQuery.h"
 #include "plugin/MonoDebuggerHandling.h"
 
@@ -138,6 +139,7 @@ void MonoDebuggerHandling::FreeRetiredItems() {
 
 void MonoDebuggerHandling::AddCacheEntry(const QuarnDebugMetadata* item) {
     auto* mutableItem = const_cast<QuarnDebugMetadata*>(item);
+    TouchBuckets(hashToMetadataList, item->methodHashes, item->methodCount);
     for (int32_t k = 0; k < item->methodCount; ++k) {
         // A hash repeated within one item is appended once per repetition.
         hashToMetadataList[item->methodHashes[k]].push_back(mutableItem);
@@ -151,6 +153,7 @@ void MonoDebuggerHandling::ReplaceCacheEntry(const QuarnDebugMetadata* replaced,
                                              const QuarnDebugMetadata* added) {
     // Pointers to map values survive insertions and rehashing.
     std::vector<std::pair<Hash128, const ItemList*>> emptied;
+    TouchBuckets(hashToMetadataList, replaced->methodHashes, replaced->methodCount);
     for (int32_t k = 0; k < replaced->methodCount; ++k) {
         auto entry = hashToMetadataList.find(replaced->methodHashes[k]);
         if (entry != hashToMetadataList.end() && std::erase(entry->second, replaced) != 0 &&
@@ -169,6 +172,7 @@ void MonoDebuggerHandling::ReplaceCacheEntry(const QuarnDebugMetadata* replaced,
 // Removes the item from the list of each of its method hashes, erasing emptied keys. Only
 // those keys can hold it, so this equals a walk over the whole map, at the cost of the item.
 void MonoDebuggerHandling::RemoveCacheEntry(const QuarnDebugMetadata* item) {
+    TouchBuckets(hashToMetadataList, item->methodHashes, item->methodCount);
     for (int32_t k = 0; k < item->methodCount; ++k) {
         auto entry = hashToMetadataList.find(item->methodHashes[k]);
         if (entry == hashToMetadataList.end()) {
