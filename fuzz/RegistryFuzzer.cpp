@@ -1,0 +1,254 @@
+// The metadata reader and registry fed well-formed tables of random shape through real compiled
+// libraries: items with shared and repeated hashes, shared file names, zero and negative counts,
+// loaded, reloaded, unloaded and cleared in random order. After every step the registry must
+// hold what a plain model of its rules says, and the caches must equal a recomputation from the
+// registered items. Any difference aborts.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "FuzzInput.h"
+#include "ProgrammableLibrary.h"
+#include "plugin/MonoDebuggerHandling.h"
+#include "support/Inspector.h"
+
+namespace {
+
+constexpr size_t kLibraries = 3;
+
+// Small pools, so that hashes and names repeat within and across items and libraries.
+const quarn_hash128 kItemHashes[] = {{0x1, 0x100}, {0x2, 0x100}, {0x3, 0x100}, {0x4, 0x100}};
+const quarn_hash128 kMethodHashes[] = {{0x1, 0x200}, {0x2, 0x200}, {0x3, 0x200},
+                                       {0x4, 0x200}, {0x5, 0x200}, {0x6, 0x200}};
+const char* const kPaths[] = {"a.cs", "dir/a.cs", "./dir/a.cs", "A.cs", "b.cs", "dir\\b.cs", ""};
+const int32_t kCounts[] = {-2, -1, 0, 1, 1, 2, 2, 3, 4};
+const int32_t kAuxCounts[] = {0, 1, 1, 1, 7};
+const int32_t kHeaderCounts[] = {-1, 0, 1, 2, 2, 3, 3, 4};
+
+using HashKey = std::pair<uint64_t, uint64_t>;
+HashKey Key(const quarn_hash128& hash) {
+    return {hash.word0, hash.word1};
+}
+HashKey Key(const Hash128& hash) {
+    return {hash.word0, hash.word1};
+}
+
+[[noreturn]] void Fail(const char* what) {
+    std::fprintf(stderr, "registry check failed: %s\n", what);
+    std::abort();
+}
+
+void Expect(bool holds, const char* what) {
+    if (!holds) {
+        Fail(what);
+    }
+}
+
+// The tables of one item, sized by its counts (a count below 1 has no elements).
+struct ItemTables {
+    std::vector<quarn_hash128> methodHashes;
+    std::vector<quarn_method_debug_info> methods;
+    std::vector<int32_t> nameOffsets;
+    std::vector<int32_t> digestIndices;
+    std::string strings;
+};
+
+// One version of a library's tables, as the host would find them after a rebuild.
+struct LibraryTables {
+    std::vector<ItemTables> tables;
+    std::vector<quarn_debug_item> items;
+    quarn_debug_library library{};
+};
+
+std::unique_ptr<LibraryTables> GenerateTables(FuzzInput& input) {
+    auto result = std::make_unique<LibraryTables>();
+    const int32_t headerCount = input.Pick(kHeaderCounts);
+    const size_t itemCount = static_cast<size_t>(std::max(headerCount, 0));
+    result->tables.resize(itemCount);
+    for (ItemTables& tables : result->tables) {
+        quarn_debug_item& item = result->items.emplace_back();
+        item.methodCount = input.Pick(kCounts);
+        item.fileCount = input.Pick(kCounts);
+        item.auxCount = input.Pick(kAuxCounts);
+        item.hash = input.Pick(kItemHashes);
+        for (int32_t k = 0; k < item.methodCount; ++k) {
+            tables.methodHashes.push_back(input.Pick(kMethodHashes));
+            tables.methods.push_back({0, 0, 0, 0});
+        }
+        for (int32_t f = 0; f < item.fileCount; ++f) {
+            tables.nameOffsets.push_back(static_cast<int32_t>(tables.strings.size()));
+            tables.strings.append(input.Pick(kPaths)).push_back('\0');
+            tables.digestIndices.push_back(-1);
+        }
+        item.methodHashes = tables.methodHashes.data();
+        item.methods = tables.methods.data();
+        item.fileNameOffsets = tables.nameOffsets.data();
+        item.stringTable = tables.strings.data();
+        item.fileMD5Indices = tables.digestIndices.data();
+    }
+    result->library = {QUARN_DEBUG_FORMAT_VERSION, static_cast<uint64_t>(headerCount),
+                       result->items.data()};
+    return result;
+}
+
+// What the registry must hold: per item hash, the last kept item loaded with it.
+struct ModelItem {
+    void* library;
+    const quarn_debug_item* description;
+};
+using RegistryModel = std::map<HashKey, ModelItem>;
+
+void ModelLoad(RegistryModel& model, void* library, const quarn_debug_library& tables) {
+    if (static_cast<int32_t>(tables.itemCount) < 1) {
+        return;  // the header is rejected
+    }
+    for (uint64_t i = 0; i < tables.itemCount; ++i) {
+        const quarn_debug_item& item = tables.items[i];
+        if (item.methodCount != 0 && item.fileCount != 0 && item.auxCount != 0) {
+            model[Key(item.hash)] = {library, &item};
+        }
+    }
+}
+
+void ModelUnload(RegistryModel& model, void* library) {
+    std::erase_if(model, [&](const auto& entry) { return entry.second.library == library; });
+}
+
+void CheckItems(const MonoDebuggerHandlingInspector& inspector, const RegistryModel& model) {
+    Expect(inspector.MetadataItems().size() == model.size(), "item count");
+    for (const QuarnDebugMetadata* item : inspector.MetadataItems()) {
+        const auto found = model.find(Key(item->hash));
+        Expect(found != model.end(), "an item the model does not hold");
+        const quarn_debug_item& description = *found->second.description;
+        Expect(item->libraryHandle == found->second.library, "item library");
+        Expect(item->methodCount == description.methodCount, "method count");
+        Expect(item->fileCount == description.fileCount, "file count");
+        Expect(item->methodHashes == reinterpret_cast<const Hash128*>(description.methodHashes),
+               "method table");
+    }
+}
+
+// The caches recomputed from the registered items, in the registry's iteration order.
+void CheckCaches(const MonoDebuggerHandlingInspector& inspector) {
+    std::set<std::string> names;
+    std::map<HashKey, std::pair<const QuarnDebugMetadata*, int32_t>> firstHolder;
+    std::map<HashKey, std::vector<const QuarnDebugMetadata*>> holders;
+    for (const QuarnDebugMetadata* item : inspector.MetadataItems()) {
+        for (int32_t f = 0; f < item->fileCount; ++f) {
+            names.insert(item->FileName(f));
+        }
+        for (int32_t k = 0; k < item->methodCount; ++k) {
+            firstHolder.try_emplace(Key(item->methodHashes[k]), item, k);
+            holders[Key(item->methodHashes[k])].push_back(item);
+        }
+    }
+
+    const std::set<std::string> cachedNames(inspector.FileNames().begin(),
+                                            inspector.FileNames().end());
+    Expect(cachedNames == names && inspector.FileNames().size() == names.size(), "file names");
+
+    Expect(inspector.HashToMetadata().size() == firstHolder.size(), "method count of the cache");
+    for (const auto& [hash, location] : inspector.HashToMetadata()) {
+        const auto expected = firstHolder.find(Key(hash));
+        Expect(expected != firstHolder.end(), "a cached method no item holds");
+        Expect(location.first == expected->second.first, "method cache item");
+        Expect(location.second == expected->second.second, "method cache index");
+    }
+
+    Expect(inspector.HashToMetadataList().size() == holders.size(), "method index keys");
+    for (const auto& [hash, list] : inspector.HashToMetadataList()) {
+        const auto expected = holders.find(Key(hash));
+        Expect(expected != holders.end(), "an indexed method no item holds");
+        std::vector<const QuarnDebugMetadata*> actual(list.begin(), list.end());
+        std::vector<const QuarnDebugMetadata*> wanted = expected->second;
+        std::sort(actual.begin(), actual.end());
+        std::sort(wanted.begin(), wanted.end());
+        Expect(actual == wanted, "method index holders");
+    }
+}
+
+// Methods are listed once per distinct hash, and each handle names one of them.
+void CheckMethodList(MonoDebuggerHandling& handling,
+                     const MonoDebuggerHandlingInspector& inspector) {
+    struct Recorded {
+        int32_t count = -1;
+        std::vector<void*> handles;
+    } recorded;
+    handling.Callbacks()->writeInt = [](void* buffer, int32_t value) {
+        static_cast<Recorded*>(buffer)->count = value;
+    };
+    handling.Callbacks()->writeMethodId = [](void* buffer, void*, int32_t, void* method) {
+        static_cast<Recorded*>(buffer)->handles.push_back(method);
+    };
+    handling.QuarnFetchMethods(&recorded, nullptr, 0, 0, 0, 0);
+    Expect(static_cast<size_t>(recorded.count) == inspector.HashToMetadata().size() &&
+               recorded.handles.size() == inspector.HashToMetadata().size(),
+           "method list length");
+    std::set<HashKey> listed;
+    for (void* method : recorded.handles) {
+        Hash128 hash{};
+        Expect(handling.TestFetchMethodHash(method, &hash) == 1, "a fresh handle is rejected");
+        Expect(inspector.HashToMetadata().contains(hash), "a handle to an unknown method");
+        listed.insert(Key(hash));
+    }
+    Expect(listed.size() == recorded.handles.size(), "a method listed twice");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const ProgrammableLibrary libraries[kLibraries] = {
+        ProgrammableLibrary(0), ProgrammableLibrary(1), ProgrammableLibrary(2)};
+    FuzzInput input(data, size);
+    // Every version of every library's tables stays alive: records keep pointing into them.
+    std::vector<std::unique_ptr<LibraryTables>> versions;
+    const LibraryTables* current[kLibraries] = {};
+    RegistryModel model;
+    MonoDebuggerHandling handling("");
+    const MonoDebuggerHandlingInspector inspector(handling);
+
+    while (!input.Exhausted()) {
+        const uint8_t step = input.Byte();
+        const size_t index = input.Below(kLibraries);
+        const ProgrammableLibrary& library = libraries[index];
+        switch (step % 5) {
+            case 0:  // the library was rebuilt: new tables
+                versions.push_back(GenerateTables(input));
+                current[index] = versions.back().get();
+                [[fallthrough]];
+            case 1:  // loaded (again)
+                if (current[index] == nullptr) {
+                    break;
+                }
+                library.Describe(&current[index]->library);
+                handling.ProcessLibraryMetadata(library.Handle());
+                ModelLoad(model, library.Handle(), current[index]->library);
+                break;
+            case 2:
+                handling.UnloadLibraryMetadata(library.Handle());
+                ModelUnload(model, library.Handle());
+                break;
+            case 3:
+                handling.ClearLibraryMetadata();
+                model.clear();
+                break;
+            default:
+                CheckMethodList(handling, inspector);
+                break;
+        }
+        CheckItems(inspector, model);
+        CheckCaches(inspector);
+    }
+    for (const ProgrammableLibrary& library : libraries) {
+        library.Describe(nullptr);
+    }
+    return 0;
+}
