@@ -7,16 +7,19 @@ load time per method against the number of methods.
     python3 bench/report.py plot bench/results.json bench/load_time_per_method.svg
     python3 bench/report.py compare before.json bench/results.json
 
-`run` starts a fresh process for every benchmark, so none inherits the heap another one left
-behind (a hashed-map insert after a large reload ran three times slower in the same
-process), and merges their JSON outputs. The plot needs gnuplot; it is installed from Debian
-(gnuplot-nox) when missing.
+`run` runs every benchmark once per round (five rounds), each time in a fresh process, and
+writes the median, mean, stddev and cv over the rounds in the benchmark library's own JSON
+layout. A fresh process keeps a benchmark from inheriting the heap another one left behind
+(a hashed-map insert after a large reload ran three times slower in the same process);
+interleaving the rounds spreads the machine's other work over all benchmarks alike. The
+plot needs gnuplot; it is installed from Debian (gnuplot-nox) when missing.
 """
 import argparse
 import json
 import os
 import re
 import shutil
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -184,7 +187,7 @@ def plot(figures, output):
                         size, figures.per_unit_ns(prefix, "per_method"),
                         figures.per_unit_ns(prefix, "per_method", "stddev")))
                 stream.write("\n\n")
-        plots = ", ".join("'%s' index %d using 1:2:3 with yerrorlines title '%s'" %
+        plots = ", ".join("'%s' index %d using 1:2:3 with yerrorlines pointtype 7 pointsize 0.6 title '%s'" %
                           (data, index, title) for index, (_, title) in enumerate(series))
         script = "\n".join([
             "set terminal svg size 800,480 dynamic background rgb 'white'",
@@ -193,6 +196,7 @@ def plot(figures, output):
             "set xlabel 'methods in the library'",
             "set ylabel 'ns per method'",
             "set logscale x",
+            "set xrange [7000:1400000]",
             "set xtics (10000, 20000, 50000, 100000, 200000, 500000, 1000000)",
             "set format x '%.0s%c'",
             "set yrange [0:*]",
@@ -213,28 +217,56 @@ def print_comparison(before, after):
             print(row(name, nanoseconds(old), nanoseconds(new), "%.2f" % (new / old)))
 
 
-def run(binary, output, repetitions):
-    """Every benchmark in its own process, then one JSON document with all of them."""
+# Fields of a benchmark entry that describe the run rather than measure it.
+RUN_FIELDS = {"family_index", "per_family_instance_index", "repetitions", "repetition_index",
+              "threads", "iterations"}
+
+
+def aggregate(entries):
+    """The median, mean, stddev and cv entries of one benchmark's rounds, as the benchmark
+    library itself writes them with --benchmark_report_aggregates_only=true."""
+    measured = [key for key, value in entries[0].items()
+                if isinstance(value, (int, float)) and key not in RUN_FIELDS]
+    summaries = {
+        "median": statistics.median,
+        "mean": statistics.mean,
+        "stddev": lambda values: statistics.stdev(values) if len(values) > 1 else 0.0,
+        "cv": lambda values: (statistics.stdev(values) / statistics.mean(values)
+                              if len(values) > 1 and statistics.mean(values) else 0.0),
+    }
+    result = []
+    for name, summary in summaries.items():
+        entry = dict(entries[0], run_type="aggregate", aggregate_name=name,
+                     name=entries[0]["run_name"] + "_" + name, repetitions=len(entries))
+        for key in measured:
+            entry[key] = summary([each[key] for each in entries])
+        result.append(entry)
+    return result
+
+
+def run(binary, output, rounds):
+    """Runs every benchmark once per round, each in a fresh process, and writes the median,
+    mean, stddev and cv over the rounds. Interleaving the benchmarks spreads whatever else the
+    machine does over all of them alike, so ratios between benchmarks stay meaningful."""
     names = subprocess.run([binary, "--benchmark_list_tests"], check=True, text=True,
                            capture_output=True).stdout.split()
-    merged = None
+    context = None
+    measured = {name: [] for name in names}
     with tempfile.TemporaryDirectory() as directory:
         part = os.path.join(directory, "part.json")
-        for name in names:
-            print("running " + name, file=sys.stderr)
-            subprocess.run([binary, "--benchmark_filter=^%s$" % re.escape(name),
-                            "--benchmark_repetitions=%d" % repetitions,
-                            "--benchmark_report_aggregates_only=true",
-                            "--benchmark_out=" + part, "--benchmark_out_format=json"],
-                           check=True, stdout=subprocess.DEVNULL)
-            with open(part) as stream:
-                document = json.load(stream)
-            if merged is None:
-                merged = document
-            else:
-                merged["benchmarks"].extend(document["benchmarks"])
+        for round_number in range(1, rounds + 1):
+            for name in names:
+                print("round %d: %s" % (round_number, name), file=sys.stderr)
+                subprocess.run([binary, "--benchmark_filter=^%s$" % re.escape(name),
+                                "--benchmark_out=" + part, "--benchmark_out_format=json"],
+                               check=True, stdout=subprocess.DEVNULL)
+                with open(part) as stream:
+                    document = json.load(stream)
+                context = context or document["context"]
+                measured[name].extend(document["benchmarks"])
+    benchmarks = [entry for name in names for entry in aggregate(measured[name])]
     with open(output, "w") as stream:
-        json.dump(merged, stream, indent=1)
+        json.dump({"context": context, "benchmarks": benchmarks}, stream, indent=1)
 
 
 def main():
@@ -243,7 +275,7 @@ def main():
     run_command = commands.add_parser("run", help="run every benchmark, write merged JSON")
     run_command.add_argument("binary")
     run_command.add_argument("output")
-    run_command.add_argument("--repetitions", type=int, default=5)
+    run_command.add_argument("--rounds", type=int, default=5)
     table_command = commands.add_parser("table", help="print the markdown tables")
     table_command.add_argument("results")
     plot_command = commands.add_parser("plot", help="write the load-time plot (SVG)")
@@ -254,7 +286,7 @@ def main():
     compare_command.add_argument("results")
     arguments = parser.parse_args()
     if arguments.command == "run":
-        run(arguments.binary, arguments.output, arguments.repetitions)
+        run(arguments.binary, arguments.output, arguments.rounds)
         return
     context, runs = load_results(arguments.results)
     if arguments.command == "table":
