@@ -1,160 +1,121 @@
-#include <gtest/gtest.h>
+// Emitted code against byte patterns written out by hand from the x86-64 encoding.
+#include "trampoline/Trampoline.h"
 
-#include <array>
-#include <cstdint>
-#include <cstring>
-#include <utility>
+#include <gtest/gtest.h>
+#include <string>
 #include <vector>
 
-#include "trampoline/JITBuffer.h"
-#include "trampoline/Trampoline.h"
+#include "plugin/MonoDebuggerHandling.h"
+#include "support/Inspector.h"
+#include "support/TempWorkingDirectory.h"
 
 namespace {
 
-// The object a test trampoline binds; wrappers return its `result`.
-struct BoundObject {
-    uint64_t result;
+using Bytes = std::basic_string<uint8_t>;
+Bytes Word(uint64_t word) {  // little-endian
+    return Bytes(reinterpret_cast<const uint8_t*>(&word), 8);
+}
+template <class Pointer>
+uint64_t Address(Pointer pointer) {
+    return reinterpret_cast<uintptr_t>(pointer);
+}
+
+const Bytes kReserve = {0x48, 0x83, 0xEC, 0x08};  // sub rsp, 8
+const Bytes kRelease = {0x48, 0x83, 0xC4, 0x08};  // add rsp, 8
+const Bytes kMovRdi = {0x48, 0xBF};               // movabs rdi, imm64
+const Bytes kLoadRdi = {0x48, 0x8B, 0x3F};        // mov rdi, [rdi]
+const Bytes kMovRax = {0x48, 0xB8};               // movabs rax, imm64
+const Bytes kCallRax = {0xFF, 0xD0};              // call rax
+const Bytes kReturn = {0xC3};                     // ret
+const Bytes kSlotMoves[] = {
+    {0x48, 0x89, 0xFE},        // mov rsi, rdi
+    {0x48, 0x89, 0xF2},        // mov rdx, rsi
+    {0x48, 0x89, 0xD1},        // mov rcx, rdx
+    {0x49, 0x89, 0xC8},        // mov r8, rcx
+    {0x4D, 0x89, 0xC1},        // mov r9, r8
+    {0x4C, 0x89, 0x0C, 0x24},  // mov [rsp], r9
 };
-
-// What the last wrapper call received.
-struct ReceivedCall {
-    const BoundObject* object = nullptr;
-    std::vector<uint64_t> arguments;
-    double floatingArgument = 0;
-    // The wrapper's frame address modulo 16: 0 when it was entered with the stack aligned as
-    // the calling convention demands.
-    uintptr_t frameMisalignment = 1;
-};
-ReceivedCall received;
-
-uintptr_t FrameMisalignment(const void* frame) {
-    return reinterpret_cast<uintptr_t>(frame) % 16;
+Bytes Golden(size_t arguments, uint64_t cell, uint64_t wrapper) {
+    Bytes code = kReserve;
+    for (size_t slot = arguments; slot-- > 0;) {
+        code = code + kSlotMoves[slot];
+    }
+    return code + kMovRdi + Word(cell) + kLoadRdi + kMovRax + Word(wrapper) + kCallRax + kRelease +
+           kReturn;
 }
 
-template <class... Words>
-__attribute__((noinline)) uint64_t RecordingWrapper(BoundObject* object, Words... arguments) {
-    received.object = object;
-    received.arguments = {arguments...};
-    received.frameMisalignment = FrameMisalignment(__builtin_frame_address(0));
-    return object->result;
+// The bound object is a plain number, which the wrapper returns.
+std::vector<uint64_t> received;  // object, six argument registers, frame address modulo 16
+__attribute__((noinline)) uint64_t Wrapper(uint64_t* object, uint64_t a, uint64_t b, uint64_t c,
+                                           uint64_t d, uint64_t e, uint64_t f) {
+    received = {Address(object), a, b, c, d, e, f, Address(__builtin_frame_address(0)) % 16};
+    return *object;
 }
 
-// Integer arguments travel in general registers, the double in xmm0: the trampoline moves the
-// former and must leave the latter (and the double result) alone.
-__attribute__((noinline)) double ScalingWrapper(BoundObject* object, uint64_t factor,
-                                                double value) {
-    received.object = object;
-    received.arguments = {factor};
-    received.floatingArgument = value;
-    return value * static_cast<double>(factor);
+TEST(Trampoline, PutsTheObjectFirstAndForwardsEveryArgumentCountAndTheResult) {
+    using T = Trampoline<uint64_t>;
+    void* (T::*const generate[])(void*) = {
+        &T::GenerateTrampoline0Params, &T::GenerateTrampoline1Params, &T::GenerateTrampoline2Params,
+        &T::GenerateTrampoline3Params, &T::GenerateTrampoline4Params, &T::GenerateTrampoline5Params,
+        &T::GenerateTrampoline6Params};
+    // All 64 bits used, so a 32-bit move or a swapped register shows.
+    const uint64_t s[] = {0x0123456789ABCDEF, 0xFEDCBA9876543210, 0x8000000000000001,
+                          0x00000000FFFFFFFF, 0xDEADBEEFCAFEF00D, 0x7FFFFFFFFFFFFFFE};
+    using Call = uint64_t (*)(uint64_t, uint64_t, uint64_t, uint64_t, uint64_t, uint64_t);
+    for (size_t n = 0; n <= 6; ++n) {
+        SCOPED_TRACE(testing::Message() << n << " arguments");
+        JITBuffer buffer(4096);
+        uint64_t object = 0xA5A55A5A0F0FF0F0 + n;
+        T trampoline(&buffer, &object);
+        auto* entry =
+            static_cast<uint8_t*>((trampoline.*generate[n])(reinterpret_cast<void*>(&Wrapper)));
+        EXPECT_EQ(Bytes(buffer.Base(), entry), Word(Address(&object)));
+        EXPECT_EQ(Bytes(entry, buffer.Base() + buffer.Position()),
+                  Golden(n, Address(buffer.Base()), Address(&Wrapper)));
+        EXPECT_EQ(reinterpret_cast<Call>(entry)(s[0], s[1], s[2], s[3], s[4], s[5]), object);
+        EXPECT_EQ(received[0], Address(&object));
+        EXPECT_EQ(std::vector(received.begin() + 1, received.begin() + 1 + n),
+                  std::vector(s, s + n));
+        EXPECT_EQ(received.back(), 0u);  // entered with the stack aligned as the ABI demands
+    }
 }
 
-// Distinct values that fill all 64 bits, so a 32-bit move or a swapped register shows.
-constexpr std::array<uint64_t, 6> kSentinels = {0x0123456789ABCDEF, 0xFEDCBA9876543210,
-                                                0x8000000000000001, 0x00000000FFFFFFFF,
-                                                0xDEADBEEFCAFEF00D, 0x7FFFFFFFFFFFFFFE};
-
-using Generator = void* (Trampoline<BoundObject>::*)(void*);
-constexpr Generator kGenerators[] = {
-    &Trampoline<BoundObject>::GenerateTrampoline0Params,
-    &Trampoline<BoundObject>::GenerateTrampoline1Params,
-    &Trampoline<BoundObject>::GenerateTrampoline2Params,
-    &Trampoline<BoundObject>::GenerateTrampoline3Params,
-    &Trampoline<BoundObject>::GenerateTrampoline4Params,
-    &Trampoline<BoundObject>::GenerateTrampoline5Params,
-    &Trampoline<BoundObject>::GenerateTrampoline6Params,
-};
-// 34 bytes plus 3 per moved register, 4 for the sixth argument.
-constexpr size_t kCodeLengths[] = {34, 37, 40, 43, 46, 49, 53};
-
-template <size_t>
-using Word = uint64_t;
-
-template <size_t... Index>
-void* RecordingWrapperFor(std::index_sequence<Index...>) {
-    return reinterpret_cast<void*>(&RecordingWrapper<Word<Index>...>);
-}
-
-template <size_t... Index>
-uint64_t CallWithSentinels(void* entry, std::index_sequence<Index...>) {
-    using Function = uint64_t (*)(Word<Index>...);
-    return reinterpret_cast<Function>(entry)(kSentinels[Index]...);
-}
-
-template <size_t ArgumentCount>
-void ExpectTrampolineForwards() {
-    SCOPED_TRACE(testing::Message() << ArgumentCount << " arguments");
-    constexpr auto indices = std::make_index_sequence<ArgumentCount>{};
-    JITBuffer buffer(4096);
-    BoundObject object{0xA5A55A5A0F0FF0F0 + ArgumentCount};
-    Trampoline<BoundObject> trampoline(&buffer, &object);
-    const size_t start = buffer.Position();
-
-    void* entry = (trampoline.*kGenerators[ArgumentCount])(RecordingWrapperFor(indices));
-    EXPECT_EQ(entry, buffer.Base() + start);
-    EXPECT_EQ(buffer.Position() - start, kCodeLengths[ArgumentCount]);
-
-    received = {};
-    const uint64_t result = CallWithSentinels(entry, indices);
-    EXPECT_EQ(received.object, &object);
-    EXPECT_EQ(received.arguments,
-              std::vector<uint64_t>(kSentinels.begin(), kSentinels.begin() + ArgumentCount));
-    EXPECT_EQ(received.frameMisalignment, 0u);
-    EXPECT_EQ(result, object.result);
-}
-
-template <size_t... ArgumentCount>
-void ExpectEveryArgumentCountForwards(std::index_sequence<ArgumentCount...>) {
-    (ExpectTrampolineForwards<ArgumentCount>(), ...);
-}
-
-TEST(TrampolineForwarding, InsertsTheObjectFirstAndPassesArgumentsAndResultUnchanged) {
-    ExpectEveryArgumentCountForwards(std::make_index_sequence<std::size(kGenerators)>{});
-}
-
-TEST(TrampolineForwarding, ReadsTheObjectFromItsCellAtEveryCall) {
-    JITBuffer buffer(4096);
-    BoundObject first{1};
-    BoundObject second{2};
-    Trampoline<BoundObject> trampoline(&buffer, &first);
-    ASSERT_EQ(trampoline.ThisCell(), buffer.Base());
-    const auto call = reinterpret_cast<uint64_t (*)(uint64_t)>(
-        trampoline.GenerateTrampoline1Params(RecordingWrapperFor(std::make_index_sequence<1>{})));
-
-    EXPECT_EQ(call(7), 1u);
-    BoundObject* replacement = &second;
-    std::memcpy(trampoline.ThisCell(), &replacement, sizeof replacement);
-    EXPECT_EQ(call(7), 2u);
-    EXPECT_EQ(received.object, &second);
-}
-
-TEST(TrampolineForwarding, LeavesFloatingPointArgumentsAndResultsAlone) {
-    JITBuffer buffer(4096);
-    BoundObject object{0};
-    Trampoline<BoundObject> trampoline(&buffer, &object);
-    const auto scale = reinterpret_cast<double (*)(uint64_t, double)>(
-        trampoline.GenerateTrampoline1Params(reinterpret_cast<void*>(&ScalingWrapper)));
-
-    EXPECT_EQ(scale(3, 2.5), 7.5);
-    EXPECT_EQ(received.object, &object);
-    EXPECT_EQ(received.arguments, std::vector<uint64_t>{3});
-    EXPECT_EQ(received.floatingArgument, 2.5);
-}
-
-TEST(TrampolineForwarding, TrampolinesOfOneBufferShareTheCellAndPackBackToBack) {
-    JITBuffer buffer(4096);
-    BoundObject object{99};
-    Trampoline<BoundObject> trampoline(&buffer, &object);
-    void* wrapper = RecordingWrapperFor(std::make_index_sequence<2>{});
-
-    void* firstEntry = trampoline.GenerateTrampoline2Params(wrapper);
-    void* secondEntry = trampoline.GenerateTrampoline2Params(wrapper);
-
-    EXPECT_EQ(firstEntry, buffer.Base() + 8);
-    EXPECT_EQ(secondEntry, buffer.Base() + 8 + kCodeLengths[2]);
-    using TwoArguments = uint64_t (*)(uint64_t, uint64_t);
-    EXPECT_EQ(reinterpret_cast<TwoArguments>(secondEntry)(5, 6), 99u);
-    EXPECT_EQ(received.arguments, (std::vector<uint64_t>{5, 6}));
+#define WRAP(name) Address(&MonoDebuggerHandling::name)
+TEST(CallbackTrampolines, ThirteenArePackedInGenerationOrderInto580Bytes) {
+    testing_support::ScopedEnvironment noLog("ORVEL_QUARN_DEBUG", nullptr);
+    MonoDebuggerHandling object("/p.dll");
+    const JITBuffer* buffer = MonoDebuggerHandlingInspector(object).Buffer();
+    const uint8_t* base = buffer->Base();
+    EXPECT_EQ(Bytes(base, base + 8), Word(Address(&object)));
+    // clang-format off
+    struct { size_t recordOffset, codeOffset, arguments; uint64_t wrapper; } const slots[] = {
+        {0, 8, 0, WRAP(CQuarnFinishSetup)},          {8, 42, 2, WRAP(CQuarnIsFileQuarned)},
+        {32, 82, 5, WRAP(CQuarnFetchFiles)},         {24, 131, 6, WRAP(CQuarnFetchMethods)},
+        {40, 184, 5, WRAP(CQuarnFetchDebugInfo)},    {48, 233, 5, WRAP(CQuarnFetchMethodInfo)},
+        {56, 282, 5, WRAP(CQuarnFetchParamInfo)},    {64, 331, 5, WRAP(CQuarnFetchMethodName)},
+        {16, 380, 4, WRAP(CQuarnBreakpointNotify)},  {128, 426, 2, WRAP(CTestFetchEntryPointHash)},
+        {136, 466, 2, WRAP(CTestFetchMethodHash)},   {144, 506, 1, WRAP(CTestBreakpointSet)},
+        {152, 543, 1, WRAP(CTestFetchEntryPointCountForHash)}};
+    const Bytes fetchFiles = Bytes{0x48, 0x83, 0xEC, 0x08,  // sub rsp, 8
+        0x4D, 0x89, 0xC1, 0x49, 0x89, 0xC8, 0x48, 0x89, 0xD1,  // mov r9,r8; mov r8,rcx; mov rcx,rdx
+        0x48, 0x89, 0xF2, 0x48, 0x89, 0xFE, 0x48, 0xBF}  // mov rdx,rsi; mov rsi,rdi; movabs rdi,
+        + Word(Address(base)) + Bytes{0x48, 0x8B, 0x3F, 0x48, 0xB8}  // mov rdi,[rdi]; movabs rax,
+        + Word(WRAP(CQuarnFetchFiles)) + Bytes{0xFF, 0xD0, 0x48, 0x83, 0xC4, 0x08, 0xC3};
+    // clang-format on
+    const auto* record = reinterpret_cast<const uint64_t*>(object.Callbacks());
+    size_t end = 8;
+    for (const auto& slot : slots) {
+        SCOPED_TRACE(testing::Message() << "record byte " << slot.recordOffset);
+        const Bytes expected = Golden(slot.arguments, Address(base), slot.wrapper);
+        EXPECT_EQ(slot.codeOffset, end);
+        EXPECT_EQ(record[slot.recordOffset / 8], Address(base) + slot.codeOffset);
+        EXPECT_EQ(Bytes(base + end, base + end + expected.size()), expected);
+        end += expected.size();
+    }
+    EXPECT_EQ(end, 580u);
+    EXPECT_EQ(buffer->Position(), 580u);
+    EXPECT_EQ(Bytes(base + 580, base + 4096), Bytes(4096 - 580, 0));
+    EXPECT_EQ(Bytes(base + 82, base + 131), fetchFiles);  // call rax; add rsp, 8; ret at the end
 }
 
 }  // namespace

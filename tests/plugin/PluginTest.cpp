@@ -1,0 +1,135 @@
+// The handling object's command string, shutdown and log, then the plug-in as hosts see it.
+// Each test runs in a process of its own, so each starts as the first log writer of its process.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "ElfFile.h"
+#include "plugin/MonoDebuggerHandling.h"
+#include "support/Fixtures.h"
+#include "support/Inspector.h"
+#include "support/MonoSide.h"
+#include "support/TempWorkingDirectory.h"
+
+namespace {
+
+using testing_support::ScopedEnvironment;
+using Lines = std::vector<std::string>;
+#define SEPARATOR "----SCRIPT-COMPILATION-MODE-CHANGE----\n"
+
+TEST(HandlingObject, CommandStringIsExactAndShutdownClearsOnlyTheFlushSlot) {
+    ScopedEnvironment noLog("ORVEL_QUARN_DEBUG", nullptr);
+    // Nothing in the path is escaped, not even the markers.
+    for (std::string path : {"/data/Orvel.Quarn.Placeholder.dll", "", "a b/c.dll", "|AM||CB|"}) {
+        MonoDebuggerHandling object(path);
+        const char* command = object.FetchDebuggerEnableCommand();
+        EXPECT_EQ(command, "$load_debugger_interface |CB|" +
+                               std::to_string(reinterpret_cast<uintptr_t>(object.Callbacks())) +
+                               "|CB||AM|" + path +
+                               "|AM||NM|Orvel.Quarn.Placeholder|NM||TP|MonoDebuggerClass|TP|");
+        EXPECT_EQ(object.FetchDebuggerEnableCommand(), command);  // one text at one address
+    }
+    MonoDebuggerHandling object("/p.dll");
+    mdh_callbacks* record = object.Callbacks();
+    testing_support::InstallShutdownAndFlush(record);
+    const auto shutdownNotify = record->shutdownNotify;
+    object.RequestFlushClientDebuggerKnowledge();
+    object.Shutdown();
+    object.RequestFlushClientDebuggerKnowledge();
+    EXPECT_EQ(testing_support::ShutdownCalls(), 1);
+    EXPECT_EQ(testing_support::FlushCalls(), 1);
+    EXPECT_EQ(record->shutdownNotify, shutdownNotify);
+    EXPECT_EQ(record->flushClientKnowledge, nullptr);
+}
+
+// Writers one after another over a stale log, each logging "one" at 1, "" at 2 and "three" at 3;
+// then the file, byte for byte.
+class DebugLog : public ::testing::TestWithParam<std::pair<std::vector<int>, std::string>> {};
+TEST_P(DebugLog, FirstWriterTruncatesLaterOnesAppendAfterASeparator) {
+    testing_support::TempWorkingDirectory directory;
+    std::filesystem::create_directory(directory.Path() + "/Logs");
+    std::ofstream(directory.LogPath()) << "stale\n";
+    for (int level : GetParam().first) {
+        DebugLogWriter writer(level, "quarn-mono-debug.log");
+        writer.Log(1, "one");
+        writer.Log(2, "");
+        writer.Log(3, "three");
+    }
+    std::ifstream file(directory.LogPath(), std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), GetParam().second);
+}
+
+// clang-format off
+const std::pair<std::vector<int>, std::string> kWriterCases[] = {
+    {{-1}, ""}, {{0}, ""}, {{1}, "one\n"}, {{2}, "one\n\n"}, {{3}, "one\n\nthree\n"},
+    {{1, 0}, "one\n"}, {{1, 1}, "one\n" SEPARATOR "one\n"}, {{0, 9}, SEPARATOR "one\n\nthree\n"}};
+// clang-format on
+INSTANTIATE_TEST_SUITE_P(Writers, DebugLog, ::testing::ValuesIn(kWriterCases));
+
+// ORVEL_QUARN_DEBUG (nullopt: unset) and the level the handling object's writer gets from it.
+class LogSwitch : public ::testing::TestWithParam<std::pair<std::optional<std::string>, int>> {};
+TEST_P(LogSwitch, TextBecomesTheLevelAndSetupIsTheFirstLine) {
+    const auto [text, level] = GetParam();
+    testing_support::TempWorkingDirectory directory;
+    ScopedEnvironment debug("ORVEL_QUARN_DEBUG", text ? text->c_str() : nullptr);
+    MonoDebuggerHandling object("/p.dll");
+    const DebugLogWriter* writer = MonoDebuggerHandlingInspector(object).LogWriter();
+    EXPECT_EQ(std::filesystem::exists(directory.Path() + "/Logs"), text.has_value());
+    ASSERT_EQ(writer != nullptr, text.has_value());
+    EXPECT_TRUE(writer == nullptr || (writer->Accepts(level) && !writer->Accepts(level + 1)));
+    EXPECT_EQ(directory.LogLines(), level >= 1 ? Lines{"Setting up Callbacks"} : Lines{});
+}
+
+const std::pair<std::optional<std::string>, int> kVariableTexts[] = {
+    {std::nullopt, 0}, {"3", 3}, {"1", 1},   {"2x", 2},        {"", 0},
+    {"abc", 0},        {"0", 0}, {"-1", -1}, {"4294967297", 1}};  // strtol, then 32 bits
+INSTANTIATE_TEST_SUITE_P(Texts, LogSwitch, ::testing::ValuesIn(kVariableTexts));
+
+TEST(PluginElf, DefinesExactlyTheFourteenExportsAndBindsNow) {
+    const testing_support::ElfFile plugin(testing_support::PluginPath());
+    EXPECT_EQ(
+        plugin.DefinedDynamicSymbols(),
+        (Lines{"clear_library_metadata", "dispose", "get_context_for_current_thread", "initialize",
+               "jit_allocate_memory", "jit_free_memory", "jit_get_cpu_architecture",
+               "jit_write_to_memory", "library_loaded", "library_unloaded", "register_entry",
+               "request_flush_client_debugger_knowledge", "shut_down", "startup"}));
+    EXPECT_TRUE(plugin.BindsNow());
+}
+
+template <class Function>
+Function* Export(const char* name) {
+    static void* plugin = dlopen(testing_support::PluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
+    return reinterpret_cast<Function*>(dlsym(plugin, name));
+}
+#define EXPORT(name) Export<decltype(::name)>(#name)
+
+TEST(PluginExports, NullPathThrowsContextIsPerThreadAndJitSizesAreUnsigned32Bit) {
+    ScopedEnvironment noLog("ORVEL_QUARN_DEBUG", nullptr);
+    EXPECT_THROW(EXPORT(initialize)(nullptr), std::logic_error);  // LeakSanitizer sees any leak
+    EXPECT_EQ(EXPORT(jit_get_cpu_architecture)(), 0);
+    auto* context = EXPORT(get_context_for_current_thread);
+    void** mine = context();
+    EXPECT_EQ(context(), mine);
+    *mine = mine;
+    void** theirs = nullptr;
+    void* theirValue = mine;
+    std::thread([&] { theirValue = *(theirs = context()); }).join();
+    EXPECT_NE(theirs, mine);
+    EXPECT_EQ(theirValue, nullptr);  // a fresh thread starts with null
+    EXPECT_EQ(*mine, mine);
+    EXPECT_EQ(EXPORT(jit_allocate_memory)(0), MAP_FAILED);
+    // 0xFFFFFFFF bytes in whole pages: 4 GiB, writable and executable up to the last byte.
+    auto* memory = static_cast<uint8_t*>(EXPORT(jit_allocate_memory)(0xFFFFFFFF));
+    ASSERT_NE(static_cast<void*>(memory), MAP_FAILED);
+    uint8_t* last = memory + (uint64_t{1} << 32) - 1;
+    EXPORT(jit_write_to_memory)(last, "\xC3", 1);  // ret
+    reinterpret_cast<void (*)()>(last)();
+    EXPORT(jit_free_memory)(memory, 0xFFFFFFFF);
+    EXPECT_EQ(msync(memory, 1, MS_ASYNC), -1);  // unmapped, to the last page
+    EXPECT_EQ(msync(last - 4095, 1, MS_ASYNC), -1);
+}
+
+}  // namespace
