@@ -2,33 +2,24 @@
    saw. Built against the installed headers only. */
 #include <dlfcn.h>
 #include <stdio.h>
-#include <string.h>
 
 #include "mono_debugger_handling.h"
-#include "quarn_debug_producer.h"
-
-_Static_assert(QUARN_DEBUG_FORMAT_VERSION == 0x20000, "the producer helper is installed");
-
-/* dlsym's object pointer, taken as a function pointer the POSIX way. */
-#define LOOK_UP(library, function, name) (*(void**)(&(function)) = dlsym((library), (name)))
+#include "quarn_debug_producer.h" /* installed beside it for compiler back ends */
 
 int main(void) {
     void* plugin = dlopen(PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
-    if (plugin == NULL) {
+    /* Typed by the installed declarations; dlsym's object pointers stored the POSIX way. */
+    __typeof__(&initialize) initialize_fn;
+    __typeof__(&startup) startup_fn;
+    __typeof__(&dispose) dispose_fn;
+    if (plugin == NULL || !(*(void**)(&initialize_fn) = dlsym(plugin, "initialize")) ||
+        !(*(void**)(&startup_fn) = dlsym(plugin, "startup")) ||
+        !(*(void**)(&dispose_fn) = dlsym(plugin, "dispose"))) {
         fprintf(stderr, "host: %s\n", dlerror());
-        return 1;
-    }
-    mdh_handle (*initialize_fn)(const char*);
-    const char* (*startup_fn)(mdh_handle);
-    void (*dispose_fn)(mdh_handle);
-    if (!LOOK_UP(plugin, initialize_fn, "initialize") || !LOOK_UP(plugin, startup_fn, "startup") ||
-        !LOOK_UP(plugin, dispose_fn, "dispose")) {
-        fprintf(stderr, "host: missing export\n");
         return 1;
     }
     mdh_handle handle = initialize_fn("Orvel.Quarn.Placeholder.dll");
     printf("plugin: %s\ncommand: %s\n", PLUGIN_PATH, startup_fn(handle));
     dispose_fn(handle);
-    dlclose(plugin);
-    return 0;
+    return dlclose(plugin);
 }
