@@ -87,7 +87,7 @@ void LoadSizes(benchmark::internal::Benchmark* benchmark) {
     for (int64_t size : kLoadSizes) {
         benchmark->Arg(size);
     }
-    benchmark->Unit(benchmark::kMillisecond)->UseRealTime();
+    benchmark->Unit(benchmark::kMillisecond);
 }
 
 }  // namespace
@@ -95,7 +95,7 @@ void LoadSizes(benchmark::internal::Benchmark* benchmark) {
 BENCHMARK(LibraryLoaded)->Apply(LoadSizes);
 BENCHMARK(LibraryReloaded)->Apply(LoadSizes);
 BENCHMARK(LoadFloor)->Apply(LoadSizes);
-BENCHMARK(LibraryUnloaded)->Arg(kReferenceSize)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(ClearLibraryMetadata)->Arg(kReferenceSize)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(LibraryUnloaded)->Arg(kReferenceSize)->Unit(benchmark::kMillisecond);
+BENCHMARK(ClearLibraryMetadata)->Arg(kReferenceSize)->Unit(benchmark::kMillisecond);
 
 }  // namespace bench
