@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <deque>
 #include <future>
-#include <memory>
 #include <random>
 #include <shared_mutex>
 #include <stdexcept>
@@ -30,7 +29,6 @@ namespace {
 using namespace testing_support;
 
 constexpr int kOperationsPerThread = 20000;
-constexpr int64_t kFirstMethodToken = 0x06000001;
 
 // Ends the process with a failure unless destroyed within the limit.
 struct Watchdog {
@@ -44,46 +42,22 @@ struct Watchdog {
     ~Watchdog() { dismissed.set_value(), thread.join(); }
 };
 
-void* Export(void* plugin, const char* name) {
-    void* symbol = plugin != nullptr ? dlsym(plugin, name) : nullptr;
-    if (symbol == nullptr)
-        throw std::runtime_error(std::string("no plug-in export ") + name);
-    return symbol;
+void* Open() {
+    if (void* plugin = dlopen(PluginPath().c_str(), RTLD_NOW | RTLD_LOCAL))
+        return plugin;
+    throw std::runtime_error(dlerror());
 }
-#define PLUGIN(name) reinterpret_cast<decltype(&::name)>(Export(plugin, #name))
+#define PLUGIN(name) reinterpret_cast<decltype(&::name)>(dlsym(plugin, #name))
 
-// Programmable libraries: items sharing a method and a file name with the fixtures, and one item
-// the reader skips (no files).
-constexpr quarn_hash128 kP0a = {0x0A0A, 4ull << 60}, kP0b = {0x0A0B, 4ull << 60};
-constexpr quarn_hash128 kP1a = {0x1A1A, 4ull << 60}, kP1Skipped = {0x1A1B, 4ull << 60};
-constexpr quarn_hash128 kMethodGenerated = {0x6E6E, 0x66};
-const char kStrings[] = FIXTURE_SHARED_PATH "\0gen/Generated.cs";
-const int32_t kOffsets[] = {0, sizeof FIXTURE_SHARED_PATH}, kMethodFiles[] = {0, 1},
-              kNoDigests[] = {-1, -1};
-const quarn_method_debug_info kMethods[] = {{0, 0, 1, 0}, {0, 0, 1, 1}};
-const quarn_hash128 kMethodHashes[] = {FIXTURE_METHOD_SHARED, kMethodGenerated};
-constexpr quarn_debug_item Item(quarn_hash128 hash, int32_t methods, int32_t files) {
-    return {methods,  files,   1,    kMethodFiles,  kMethods,   kOffsets,
-            kStrings, nullptr, hash, kMethodHashes, kNoDigests, nullptr};
-}
-const quarn_debug_item kItems0[] = {Item(kP0a, 2, 2), Item(kP0b, 1, 1)};
-const quarn_debug_item kItems1[] = {Item(kP1Skipped, 2, 0), Item(kP1a, 2, 1)};
-const quarn_debug_library kProgrammable[] = {QUARN_DEBUG_LIBRARY(kItems0),
-                                             QUARN_DEBUG_LIBRARY(kItems1)};
-
-mdh_hash128 H(quarn_hash128 hash) {
-    return {hash.word0, hash.word1};
-}
 bool Same(const mdh_hash128& a, const mdh_hash128& b) {
     return a.word0 == b.word0 && a.word1 == b.word1;
 }
 const std::vector<std::string> kPaths = {FIXTURE_SHARED_PATH, FIXTURE_A1_PATH, FIXTURE_A2_PATH,
-                                         FIXTURE_B1_PATH, "gen/Generated.cs"};
-const std::vector<mdh_hash128> kKnownMethods = {FIXTURE_METHOD_SHARED,  FIXTURE_METHOD_A1_ONLY,
+                                         FIXTURE_B1_PATH};
+const std::vector<mdh_hash128> kKnownMethods = {FIXTURE_METHOD_SHARED, FIXTURE_METHOD_A1_ONLY,
                                                 FIXTURE_METHOD_A2_ONLY, FIXTURE_METHOD_B1_ONLY,
-                                                FIXTURE_METHOD_REBUILT, H(kMethodGenerated)};
-const std::vector<mdh_hash128> kEntries = {FIXTURE_ITEM_A1, FIXTURE_ITEM_A2, FIXTURE_ITEM_B1,
-                                           H(kP0a),         H(kP0b),         H(kP1a)};
+                                                FIXTURE_METHOD_REBUILT};
+const std::vector<mdh_hash128> kEntries = {FIXTURE_ITEM_A1, FIXTURE_ITEM_A2, FIXTURE_ITEM_B1};
 bool Known(const std::vector<mdh_hash128>& list, const mdh_hash128& hash) {
     return std::ranges::any_of(list, [&](const mdh_hash128& known) { return Same(known, hash); });
 }
@@ -102,10 +76,11 @@ void Told(void* context, int32_t kind, void* target) {
     static_cast<Site*>(context)->wrongKinds += kind != 32;
     static_cast<Site*>(context)->told = target;
 }
-struct Library {
-    std::unique_ptr<LoadedLibrary> loaded;
-    std::vector<Site*> sites;
-};
+// Each host thread owns its libraries; fixture_a_rebuilt serves item A1 again.
+const std::pair<const char*, std::vector<mdh_hash128>> kLibraries[] = {
+    {"fixture_a", {FIXTURE_ITEM_A1, FIXTURE_ITEM_A2}},
+    {"fixture_b", {FIXTURE_ITEM_B1}},
+    {"fixture_a_rebuilt", {FIXTURE_ITEM_A1}}};
 struct Debugger {
     ReplyBuffer buffer;
     std::vector<void*> methods;
@@ -118,29 +93,18 @@ class Storm {
         InstallWriters(record);
         InstallShutdownAndFlush(record);
         record->finishSetup();
-        const char* names[] = {"fixture_a", "fixture_b", "fixture_a_rebuilt",
-                               "fixture_programmable_0", "fixture_programmable_1"};
-        const std::vector<mdh_hash128> items[] = {{FIXTURE_ITEM_A1, FIXTURE_ITEM_A2},
-                                                  {FIXTURE_ITEM_B1},
-                                                  {FIXTURE_ITEM_A1},
-                                                  {H(kP0a), H(kP0b)},
-                                                  {H(kP1a)}};
-        for (int i = 0; i < 5; ++i) {
-            Library& library = libraries.emplace_back(std::make_unique<LoadedLibrary>(names[i]));
-            for (const mdh_hash128& item : items[i])
-                library.sites.push_back(&sites.emplace_back(library.loaded->Handle(), item,
-                                                            stubs.MakeNative(sites.size())));
-            if (i >= 3)
-                library.loaded->Symbol<void(const quarn_debug_library*)>(
-                    "programmable_set_library")(&kProgrammable[i - 3]);
+        for (const auto& [name, items] : kLibraries) {
+            void* library = libraries.emplace_back(name).Handle();
+            for (const mdh_hash128& item : items)
+                sites.emplace_back(library, item, stubs.MakeNative(sites.size()));
         }
     }
     ~Storm() { PLUGIN(dispose)(handle), dlclose(plugin); }
 
     void Run() {
         std::vector<std::thread> threads;
-        threads.emplace_back([this] { Host(1, {&libraries[0], &libraries[3]}); });
-        threads.emplace_back([this] { Host(2, {&libraries[1], &libraries[2], &libraries[4]}); });
+        threads.emplace_back([this] { Host(1, {&libraries[0]}); });
+        threads.emplace_back([this] { Host(2, {&libraries[1], &libraries[2]}); });
         for (Debugger& d : debuggers)
             threads.emplace_back([this, &d] { DebuggerLoop(d); });
         threads.emplace_back([this] {  // code running through retargeted stubs lands somewhere
@@ -170,8 +134,8 @@ class Storm {
 
     // What a host does after reloading: load every library, register each entry point again.
     void ReloadAndRegisterAll() {
-        for (Library& library : libraries)
-            PLUGIN(library_loaded)(handle, library.loaded->Handle());
+        for (LoadedLibrary& library : libraries)
+            PLUGIN(library_loaded)(handle, library.Handle());
         for (Site& site : sites)
             Register(site, true), Register(site, false);
     }
@@ -202,10 +166,10 @@ class Storm {
         ++site.registrations;
     }
 
-    void Host(unsigned seed, std::vector<Library*> own) {
+    void Host(unsigned seed, std::vector<LoadedLibrary*> own) {
         std::minstd_rand random(seed);
         for (int i = 0; i < kOperationsPerThread && !stop; ++i) {
-            Library& library = *own[random() % own.size()];
+            void* library = own[random() % own.size()]->Handle();
             const unsigned choice = random() % 32;
             if (choice == 0) {
                 std::unique_lock exclusive(modelLock);
@@ -214,16 +178,19 @@ class Storm {
                     site.registrations = 0;
             } else if (choice < 5) {
                 std::shared_lock shared(modelLock);
-                PLUGIN(library_unloaded)(handle, library.loaded->Handle());
-                for (Site* site : library.sites)
-                    site->registrations = 0;
+                PLUGIN(library_unloaded)(handle, library);
+                for (Site& site : sites)
+                    site.registrations = site.library == library ? 0 : site.registrations;
             } else if (choice < 7) {
                 PLUGIN(request_flush_client_debugger_knowledge)(handle);
             } else if (choice < 16) {
-                PLUGIN(library_loaded)(handle, library.loaded->Handle());
+                PLUGIN(library_loaded)(handle, library);
             } else {
                 std::shared_lock shared(modelLock);
-                Register(*library.sites[random() % library.sites.size()], random() % 2 == 0);
+                Site* site = &sites[random() % sites.size()];
+                while (site->library != library)
+                    site = &sites[random() % sites.size()];
+                Register(*site, random() % 2 == 0);
             }
         }
     }
@@ -254,9 +221,8 @@ class Storm {
                 ASSERT_GE(d.buffer.replies.size(), 3u);
                 const int64_t token =
                     d.buffer.replies[2].value;  // 0: the handle is no longer current
-                EXPECT_TRUE(token == 0 ||
-                            (token >= kFirstMethodToken &&
-                             token < kFirstMethodToken + int64_t(kKnownMethods.size())))
+                EXPECT_TRUE(token == 0 || (token >= 0x06000001 &&
+                                           token < 0x06000001 + int64_t(kKnownMethods.size())))
                     << token;
             } else if (choice == 3) {
                 mdh_hash128 hash{};
@@ -290,11 +256,11 @@ class Storm {
         }
     }
 
-    void* plugin = dlopen(PluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* plugin = Open();
     mdh_handle handle = PLUGIN(initialize)("");
     mdh_callbacks* record = RecordFromCommand(PLUGIN(startup)(handle));
     JumpStubs stubs{16};
-    std::deque<Library> libraries;
+    std::deque<LoadedLibrary> libraries;
     std::deque<Site> sites;  // stable addresses: callbacks keep pointers into it
     Debugger debuggers[2];
     std::shared_mutex modelLock;

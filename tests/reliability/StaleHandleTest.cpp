@@ -10,6 +10,7 @@
 #include <functional>
 #include <new>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "plugin/MonoDebuggerHandling.h"
@@ -18,17 +19,11 @@
 #include "support/MonoSide.h"
 
 namespace {
-// Addresses given to operator delete while recording (single-threaded use; fixed storage so
-// that recording allocates nothing).
+// Addresses given to operator delete while recording (single-threaded; fixed storage so that
+// recording allocates nothing).
 void* gFreed[4096];
 size_t gFreedCount = 0;
 bool gRecording = false;
-std::set<const void*> TakeFreed() {
-    EXPECT_LT(gFreedCount, std::size(gFreed)) << "more frees than recorded";
-    std::set<const void*> freed(gFreed, gFreed + gFreedCount);
-    gFreedCount = 0;
-    return freed;
-}
 }  // namespace
 
 void* operator new(std::size_t size) {
@@ -57,100 +52,78 @@ void operator delete[](void* memory, std::size_t) noexcept {
 namespace {
 
 using namespace testing_support;
-using Handling = MonoDebuggerHandling;
 
-// Ways a host drops the items of fixture_a and registers new records with the same hashes.
-struct DropAndReload {
-    const char* name;
-    std::function<void(Handling&, void* fixtureA, void* rebuilt)> run;
-    size_t droppedRecords;
-};
-const DropAndReload kWays[] = {
-    {"load again", [](Handling& h, void* a, void*) { h.ProcessLibraryMetadata(a); }, 2},
-    {"unload, load",
-     [](Handling& h, void* a, void*) { h.UnloadLibraryMetadata(a), h.ProcessLibraryMetadata(a); },
-     2},
-    {"clear, load",
-     [](Handling& h, void* a, void*) { h.ClearLibraryMetadata(), h.ProcessLibraryMetadata(a); }, 2},
-    // item A1 again from another library first
-    {"replace, load",
-     [](Handling& h, void* a, void* r) {
-         h.ProcessLibraryMetadata(r), h.ProcessLibraryMetadata(a);
-     },
-     3},
-};
+std::set<const void*> FreedDuring(const std::function<void()>& run) {
+    gRecording = true;
+    run();
+    gRecording = false;
+    EXPECT_LT(gFreedCount, std::size(gFreed)) << "more frees than recorded";
+    return std::set<const void*>(gFreed, gFreed + std::exchange(gFreedCount, 0));
+}
 
-class StaleHandles : public ::testing::Test {
-  protected:
-    StaleHandles() {
-        InstallWriters(handling.Callbacks());
-        handling.ProcessLibraryMetadata(fixtureA.Handle());
-    }
-    std::vector<void*> MethodList() {
+TEST(StaleHandles, OldHandlesAreRejectedAfterEveryReloadAndTheirRecordsOutliveTheirList) {
+    LoadedLibrary fixtureA("fixture_a"), rebuilt("fixture_a_rebuilt");
+    MonoDebuggerHandling handling("");
+    MonoDebuggerHandlingInspector inspector(handling);
+    InstallWriters(handling.Callbacks());
+    handling.ProcessLibraryMetadata(fixtureA.Handle());
+    const auto methodList = [&] {
         ReplyBuffer list;
         handling.QuarnFetchMethods(&list, nullptr, 0, 0, 0, 0);
         return list.Methods();
-    }
+    };
     // How many (handle, query) pairs are accepted: two hooks and the method info token.
-    int Accepted(const std::vector<void*>& handles) {
-        int accepted = 0;
+    const auto accepted = [&](const std::vector<void*>& handles) {
+        int count = 0;
         for (void* handle : handles) {
             Hash128 hash{};
-            accepted += handling.TestFetchEntryPointHash(handle, &hash) +
-                        handling.TestFetchMethodHash(handle, &hash);
+            count += handling.TestFetchEntryPointHash(handle, &hash) +
+                     handling.TestFetchMethodHash(handle, &hash);
             ReplyBuffer info;
             handling.QuarnFetchMethodInfo(&info, handle, 1, 2, 60);
-            accepted += info.replies.at(2).value != 0;
+            count += info.replies.at(2).value != 0;
         }
-        return accepted;
-    }
-    LoadedLibrary fixtureA{"fixture_a"}, rebuilt{"fixture_a_rebuilt"};
-    Handling handling{""};
-    MonoDebuggerHandlingInspector inspector{handling};
-};
-
-TEST_F(StaleHandles, OldHandlesAreRejectedAfterEveryReloadAndTheirRecordsOutliveTheirList) {
-    for (const DropAndReload& way : kWays) {
-        SCOPED_TRACE(way.name);
+        return count;
+    };
+    // Ways a host drops fixture_a's items and registers new records with the same hashes: load
+    // again, unload first, clear first, or take item A1 from another library first.
+    for (int way = 0; way < 4; ++way) {
         for (int round = 0; round < 25; ++round) {
-            SCOPED_TRACE(round);
-            const std::vector<void*> handles = MethodList();
-            ASSERT_EQ(Accepted(handles), 3 * int(handles.size()));
+            SCOPED_TRACE(testing::Message() << "way " << way << " round " << round);
+            const std::vector<void*> handles = methodList();
+            ASSERT_EQ(accepted(handles), 3 * int(handles.size()));
             std::set<const void*> records;  // entry blocks are never freed, so they can be read
             for (void* h : handles)
                 records.insert(static_cast<MethodCacheEntry*>(h)->metadata);
-            gRecording = true;
-            way.run(handling, fixtureA.Handle(), rebuilt.Handle());
-            EXPECT_EQ(Accepted(handles), 0);
-            gRecording = false;
-            std::set<const void*> freed = TakeFreed();
+            const std::set<const void*> freed = FreedDuring([&] {
+                if (way == 1)
+                    handling.UnloadLibraryMetadata(fixtureA.Handle());
+                if (way == 2)
+                    handling.ClearLibraryMetadata();
+                if (way == 3)
+                    handling.ProcessLibraryMetadata(rebuilt.Handle());
+                handling.ProcessLibraryMetadata(fixtureA.Handle());
+                EXPECT_EQ(accepted(handles), 0);
+            });
             for (const void* record : records)
                 EXPECT_FALSE(freed.contains(record));
             for (const void* item : inspector.MetadataItems())
-                EXPECT_FALSE(records.contains(item)) << "address reused";
-            EXPECT_EQ(inspector.RetiredItemCount(), way.droppedRecords);
+                EXPECT_FALSE(records.contains(item));
+            EXPECT_EQ(inspector.RetiredItemCount(), way == 3 ? 3u : 2u);
+            char breakpoint = 0;  // a breakpoint through an old handle changes nothing
+            for (void* handle : handles)
+                handling.QuarnBreakpointNotify(1, handle, 0, &breakpoint);
+            EXPECT_TRUE(inspector.BreakpointMethods().empty() && inspector.BreakpointMap().empty());
             // The next list makes the old handles unreachable; only then are the records freed.
-            gRecording = true;
-            const std::vector<void*> next = MethodList();
-            gRecording = false;
-            freed = TakeFreed();
+            std::vector<void*> next;
+            const std::set<const void*> freedByList = FreedDuring([&] { next = methodList(); });
             for (const void* record : records)
-                EXPECT_TRUE(freed.contains(record));
+                EXPECT_TRUE(freedByList.contains(record));
             EXPECT_EQ(inspector.RetiredItemCount(), 0u);
-            EXPECT_EQ(Accepted(handles), 0);
-            EXPECT_EQ(Accepted(next), 3 * int(next.size()));
+            EXPECT_EQ(accepted(handles), 0);
+            EXPECT_EQ(accepted(next), 3 * int(next.size()));
         }
     }
-}
-
-TEST_F(StaleHandles, ABreakpointWithAnOldHandleChangesNothing) {
-    const std::vector<void*> handles = MethodList();
-    handling.ProcessLibraryMetadata(fixtureA.Handle());
-    char breakpoint = 0;
-    for (void* handle : handles)
-        handling.QuarnBreakpointNotify(1, handle, 0, &breakpoint);
-    EXPECT_TRUE(inspector.BreakpointMethods().empty());
-    EXPECT_TRUE(inspector.BreakpointMap().empty());
 }
 
 }  // namespace
