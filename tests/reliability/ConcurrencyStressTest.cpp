@@ -180,7 +180,8 @@ class Storm {
                 std::shared_lock shared(modelLock);
                 PLUGIN(library_unloaded)(handle, library);
                 for (Site& site : sites)
-                    site.registrations = site.library == library ? 0 : site.registrations;
+                    if (site.library == library)
+                        site.registrations = 0;
             } else if (choice < 7) {
                 PLUGIN(request_flush_client_debugger_knowledge)(handle);
             } else if (choice < 16) {
