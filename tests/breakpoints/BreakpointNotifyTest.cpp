@@ -1,325 +1,120 @@
-// Breakpoint notifications: which entry points switch, when, and what the log says.
+// Breakpoint notifications switching real jump stubs, and the test hooks.
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <future>
-#include <string>
-#include <thread>
-#include <unordered_set>
-#include <vector>
-
-#include "breakpoints/EntryPointBench.h"
-#include "queries/LockProbe.h"
+#include "queries/Session.h"
 
 namespace testing_support {
 namespace {
 
-using Keys = std::vector<bool>;
-using LandingList = std::vector<Landing>;
-using HandleSet = std::unordered_set<void*>;
-
-void* const kFirst = BreakpointHandle(0x1001);
-void* const kSecond = BreakpointHandle(0x1002);
-
-class BreakpointNotify : public EntryPointBench {
-  protected:
-    HandleSet BreakpointsOf(const Hash128& entryHash) {
-        const auto& map = session->Inspect().BreakpointMap();
-        const auto found = map.find(entryHash);
-        return found == map.end() ? HandleSet{} : found->second;
+// Fixtures A and B, stubs for A1, A2 and B1 and a host callback for B1, and a method list: a
+// debugger about to set breakpoints. A1 and B1 both hold the shared method.
+struct Bench {
+    explicit Bench(const char* logLevel = nullptr) : session(logLevel) {
+        const Hash128 entryHashes[] = {kItemA1, kItemA2, kItemB1};
+        for (size_t i = 0; i < 3; ++i) {
+            session.object.RegisterEntryPoint(i < 2 ? libraryA : libraryB, entryHashes[i], kNative,
+                                              stub[i], nullptr, nullptr);
+        }
+        told.clear();
+        session.object.RegisterEntryPoint(libraryB, kItemB1, kNative, nullptr,
+                                          reinterpret_cast<void*>(&HostCallback), Ptr(0xC0));
     }
-    const HandleSet& RecordedBreakpoints() { return session->Inspect().BreakpointMethods(); }
+    void Notify(int set, const Hash128* method, intptr_t breakpoint) {
+        void* handle = method ? DebuggerSession::HandleOf(handles, *method) : nullptr;
+        session.record.breakpointNotify(set, handle, 0, Ptr(breakpoint));
+    }
+    std::string State() {
+        return Execution(stub, session.record) + " " +
+               std::to_string(session.Inspect().BreakpointMethods().size());
+    }
+
+    JumpStubs stubs;
+    void* stub[3] = {stubs.MakeNative(0), stubs.MakeNative(1), stubs.MakeNative(2)};
+    DebuggerSession session;
+    void* libraryA = session.Load("fixture_a");
+    void* libraryB = session.Load("fixture_b");
+    std::vector<void*> handles = session.FetchMethods();
 };
 
-TEST_F(BreakpointNotify, MethodInTwoEntryPointsSwitchesBoth) {
-    Start();
-    ASSERT_EQ(StubLandings(), (LandingList{kNative, kNative, kNative}));
-    session->SetBreakpoint(Handle(kMethodShared), kFirst);
-
-    EXPECT_EQ(StubLandings(), (LandingList{kManaged, kNative, kManaged}));
-    EXPECT_EQ(LastCallbackTarget(), nullptr);
-    EXPECT_EQ(BreakpointKeys(), (Keys{true, false, true}));
-    EXPECT_EQ(BreakpointsOf(kItemA1), HandleSet{kFirst});
-    EXPECT_EQ(BreakpointsOf(kItemB1), HandleSet{kFirst});
-    EXPECT_EQ(RecordedBreakpoints(), HandleSet{kFirst});
+TEST(Breakpoints, ManyToManyThroughTheStubsAndClearKeepsThem) {
+    Bench bench;
+    ASSERT_EQ(bench.State(), "NNN000N1 0");
+    const std::tuple<const Hash128*, intptr_t, const char*> steps[] = {
+        {&kMethodShared, 1, "MNM101M2 1"},  // both holders switch
+        {&kMethodB1Only, 2, "MNM101M2 2"},  // B1 is managed already: not switched again
+        {nullptr, 1, "NNM001M2 1"},         // removed; B1 stays managed until its last goes
+        {nullptr, 2, "NNN000N3 0"},         // the last one: back to native
+        {&kMethodShared, 3, "MNM101M4 1"},
+        {&kMethodShared, 3, "MNM101M4 1"},  // the same handle again changes nothing
+        {nullptr, 3, "NNN000N5 0"},
+    };
+    for (const auto& [method, breakpoint, state] : steps) {
+        bench.Notify(method != nullptr, method, breakpoint);
+        EXPECT_EQ(bench.State(), state) << breakpoint;
+    }
+    // Breakpoints outlive the metadata: an entry point registered for a hash that still has one
+    // starts managed. Stubs no longer registered are left as they are.
+    bench.Notify(1, &kMethodShared, 4);
+    bench.session.object.ClearLibraryMetadata();
+    EXPECT_EQ(bench.State(), "MNM101M6 1");
+    void* newStub = bench.stubs.MakeNative(3);
+    bench.session.object.RegisterEntryPoint(bench.libraryA, kItemA1, kNative, newStub, nullptr,
+                                            nullptr);
+    EXPECT_EQ(JumpStubs::Call(newStub), Landing::Managed);
+    bench.Notify(0, nullptr, 4);
+    EXPECT_EQ(JumpStubs::Call(newStub), Landing::Native);
+    EXPECT_EQ(bench.State(), "MNM000M6 0");
 }
 
-// First in a method of A1 and B1, then in a method of B1 only; removing the first leaves B1
-// managed, removing the second switches it back.
-TEST_F(BreakpointNotify, SecondBreakpointSharingAnEntryPointKeepsItManagedUntilTheLastGoes) {
-    Start();
-    session->SetBreakpoint(Handle(kMethodShared), kFirst);
-    const size_t callbackCallsAfterFirst = CallbackTargets().size();
-
-    session->SetBreakpoint(Handle(kMethodB1Only), kSecond);
-    EXPECT_EQ(BreakpointsOf(kItemB1), (HandleSet{kFirst, kSecond}));
-    EXPECT_EQ(CallbackTargets().size(), callbackCallsAfterFirst);  // B1 was not switched again
-
-    session->RemoveBreakpoint(kFirst);
-    EXPECT_EQ(StubLandings(), (LandingList{kNative, kNative, kManaged}));
-    EXPECT_EQ(BreakpointKeys(), (Keys{false, false, true}));
-    EXPECT_EQ(BreakpointsOf(kItemB1), HandleSet{kSecond});
-    EXPECT_EQ(CallbackTargets().size(), callbackCallsAfterFirst);
-
-    session->RemoveBreakpoint(kSecond);
-    EXPECT_EQ(StubLandings(), (LandingList{kNative, kNative, kNative}));
-    EXPECT_EQ(BreakpointKeys(), (Keys{false, false, false}));
-    EXPECT_EQ(LastCallbackTarget(), NativeAddress());
-    EXPECT_TRUE(RecordedBreakpoints().empty());
-}
-
-// First in a method of A1 only, then in the shared method: A1 is already managed, B1 switches.
-TEST_F(BreakpointNotify, SecondBreakpointSwitchesOnlyTheEntryPointsNewToIt) {
-    Start();
-    session->SetBreakpoint(Handle(kMethodA1Only), kFirst);
-    EXPECT_EQ(StubLandings(), (LandingList{kManaged, kNative, kNative}));
-    EXPECT_EQ(LastCallbackTarget(), NativeAddress());
-
-    session->SetBreakpoint(Handle(kMethodShared), kSecond);
-    EXPECT_EQ(StubLandings(), (LandingList{kManaged, kNative, kManaged}));
-    EXPECT_EQ(LastCallbackTarget(), nullptr);
-    EXPECT_EQ(BreakpointsOf(kItemA1), (HandleSet{kFirst, kSecond}));
-
-    session->RemoveBreakpoint(kSecond);
-    EXPECT_EQ(StubLandings(), (LandingList{kManaged, kNative, kNative}));
-    EXPECT_EQ(LastCallbackTarget(), NativeAddress());
-}
-
-TEST_F(BreakpointNotify, SameHandleSetTwiceIsUndoneByOneRemove) {
-    Start();
-    session->SetBreakpoint(Handle(kMethodShared), kFirst);
-    const size_t callbackCalls = CallbackTargets().size();
-    session->SetBreakpoint(Handle(kMethodShared), kFirst);
-    EXPECT_EQ(CallbackTargets().size(), callbackCalls);
-    EXPECT_EQ(RecordedBreakpoints(), HandleSet{kFirst});
-
-    session->RemoveBreakpoint(kFirst);
-    EXPECT_EQ(StubLandings(), (LandingList{kNative, kNative, kNative}));
-    EXPECT_EQ(BreakpointKeys(), (Keys{false, false, false}));
-    EXPECT_TRUE(RecordedBreakpoints().empty());
-    EXPECT_EQ(LastCallbackTarget(), NativeAddress());
-}
-
-TEST_F(BreakpointNotify, BadMethodHandleOnSetIsIgnoredWithoutADump) {
-    Start("3");
-    void* stale = Handle(kMethodShared);
-    handles = session->FetchMethods();
-    void* unloaded = Handle(kMethodB1Only);
-    session->Object().UnloadLibraryMetadata(libraryB);
+// A set with a stale or foreign handle writes its line only: no dump, nothing switched. The
+// hooks reject such a handle, leave their output as it was and write nothing. A remove of an
+// unknown breakpoint writes its line and a dump.
+TEST(Breakpoints, BadHandlesAndUnknownBreakpoints) {
+    Bench bench("3");
+    DebuggerSession& session = bench.session;
+    void* stale = DebuggerSession::HandleOf(bench.handles, kMethodShared);
+    bench.handles = session.FetchMethods();
+    bench.Notify(1, &kMethodA2Only, 1);
+    void* unloaded = DebuggerSession::HandleOf(bench.handles, kMethodB1Only);
+    mdh_hash128 hash{};
+    EXPECT_EQ(session.record.testFetchEntryPointHash(unloaded, &hash), 1);
+    EXPECT_EQ((Hash128{hash.word0, hash.word1}), kItemB1);
+    session.object.UnloadLibraryMetadata(bench.libraryB);
     int local = 0;
-    for (void* method :
-         {stale, unloaded, static_cast<void*>(&local), static_cast<void*>(nullptr)}) {
-        SCOPED_TRACE(Decimal(method));
-        const size_t mark = session->LogMark();
-        session->SetBreakpoint(method, kFirst);
-        EXPECT_EQ(session->LogSince(mark),
-                  (LogLines{"QuarnBreakpointNotify : Incoming Breakpoint SET " + Decimal(method) +
-                            " " + Decimal(kFirst)}));
-        EXPECT_TRUE(RecordedBreakpoints().empty());
-        EXPECT_TRUE(session->Inspect().BreakpointMap().empty());
-        EXPECT_EQ(JumpStubs::Call(stubA1), kNative);
+    for (void* method : {stale, unloaded, static_cast<void*>(&local), Ptr(0)}) {
+        const size_t mark = session.LogMark();
+        session.record.breakpointNotify(1, method, 0, Ptr(2));
+        mdh_hash128 untouched = {7, 7};
+        EXPECT_EQ(session.record.testFetchEntryPointHash(method, &untouched), 0);
+        EXPECT_EQ(session.record.testFetchMethodHash(method, &untouched), 0);
+        EXPECT_TRUE(untouched.word0 == 7 && untouched.word1 == 7);
+        EXPECT_EQ(session.LogSince(mark),
+                  "QuarnBreakpointNotify : Incoming Breakpoint SET " + Decimal(method) + " 2\n");
     }
-}
-
-TEST_F(BreakpointNotify, RemoveOfAnUnknownHandleLogsTheIncomingLineAndADumpOnly) {
-    Start("2");
-    session->SetBreakpoint(Handle(kMethodA2Only), kFirst);
-    const size_t mark = session->LogMark();
-    session->Record().breakpointNotify(0, BreakpointHandle(-1), 0, kSecond);
-
-    const LogLines lines = session->LogSince(mark);
-    ASSERT_GE(lines.size(), 3u);
-    EXPECT_EQ(lines[0],
-              "QuarnBreakpointNotify : Incoming Breakpoint REMOVE -1 " + Decimal(kSecond));
-    EXPECT_EQ(lines[1], "---STATE-START---");
-    EXPECT_EQ(lines.back(), "---STATE-END---");
-    EXPECT_EQ(CountOf(lines, "---STATE-START---"), 1);
-    EXPECT_EQ(CountOf(lines, "  Breakpoint : " + Decimal(kFirst)), 1);
-    EXPECT_EQ(RecordedBreakpoints(), HandleSet{kFirst});
-    EXPECT_EQ(StubLandings(), (LandingList{kNative, kManaged, kNative}));
-}
-
-TEST_F(BreakpointNotify, SetLogsTheMethodAndEveryEntryPointItReaches) {
-    Start("1");
-    void* method = Handle(kMethodShared);
-    const size_t mark = session->LogMark();
-    session->SetBreakpoint(method, kFirst);
-
-    const std::string native = Decimal(NativeAddress());
-    const std::string stubState = "  FunctionPtr State : Target " + native + " - Alternate " +
-                                  Decimal(reinterpret_cast<void*>(&ManagedCode));
-    // A1 came first (fixture A was loaded first); B1 has a stub and then a callback.
-    EXPECT_EQ(session->LogSince(mark),
-              (LogLines{
-                  "QuarnBreakpointNotify : Incoming Breakpoint SET " + Decimal(method) + " 4097",
-                  "QuarnBreakpointNotify : Add Breakpoint " + Decimal(method) + " 4097",
-                  std::string("    MethodHash : ") + kMethodSharedText,
-                  std::string("        EntryPointHash : ") + kItemA1Text,
-                  std::string("Potentially changing Quarn execution state to 0 for ") + kItemA1Text,
-                  "  Native " + native,
-                  stubState,
-                  "    Swapping Targets - disabling quarned method",
-                  std::string("        EntryPointHash : ") + kItemB1Text,
-                  std::string("Potentially changing Quarn execution state to 0 for ") + kItemB1Text,
-                  "  Native " + native,
-                  stubState,
-                  "    Swapping Targets - disabling quarned method",
-                  "  Native " + native,
-                  "  Disabling Job - Run Managed",
-              }));
-}
-
-TEST_F(BreakpointNotify, AlreadyManagedEntryPointIsNotSwitchedAgain) {
-    Start("1");
-    session->SetBreakpoint(Handle(kMethodA2Only), kFirst);
-    const size_t mark = session->LogMark();
-    session->SetBreakpoint(Handle(kMethodA2Only), kSecond);
-    EXPECT_EQ(session->LogSince(mark),
-              (LogLines{"QuarnBreakpointNotify : Incoming Breakpoint SET " +
-                            Decimal(Handle(kMethodA2Only)) + " 4098",
-                        "QuarnBreakpointNotify : Add Breakpoint " + Decimal(Handle(kMethodA2Only)) +
-                            " 4098",
-                        std::string("    MethodHash : ") + kMethodA2OnlyText,
-                        std::string("        EntryPointHash : ") + kItemA2Text}));
-}
-
-TEST_F(BreakpointNotify, RemoveLogsTheBreakpointAndTheSwitchBack) {
-    Start("1");
-    session->SetBreakpoint(Handle(kMethodA2Only), kFirst);
-    const size_t mark = session->LogMark();
-    session->RemoveBreakpoint(kFirst);
-    EXPECT_EQ(
-        session->LogSince(mark),
-        (LogLines{"QuarnBreakpointNotify : Incoming Breakpoint REMOVE 0 4097",
-                  "QuarnBreakpointNotify : Remove Breakpoint 4097",
-                  std::string("Potentially changing Quarn execution state to 1 for ") + kItemA2Text,
-                  "  Native " + Decimal(NativeAddress()),
-                  "  FunctionPtr State : Target " + Decimal(reinterpret_cast<void*>(&ManagedCode)) +
-                      " - Alternate " + Decimal(NativeAddress()),
-                  "    Swapping Targets - enabling quarned method"}));
-}
-
-TEST_F(BreakpointNotify, SetAndRemoveEndWithAStateDump) {
-    Start("2");
-    for (bool set : {true, false}) {
-        const size_t mark = session->LogMark();
-        if (set) {
-            session->SetBreakpoint(Handle(kMethodA2Only), kFirst);
-        } else {
-            session->RemoveBreakpoint(kFirst);
-        }
-        const LogLines lines = session->LogSince(mark);
-        const auto start = std::find(lines.begin(), lines.end(), "---STATE-START---");
-        ASSERT_NE(start, lines.end());
-        EXPECT_EQ(lines.back(), "---STATE-END---");
-        // The dump shows the state after the change.
-        EXPECT_EQ(std::count(start, lines.end(), "  Breakpoint : 4097"), set ? 1 : 0);
-    }
-}
-
-// A breakpoint map survives the metadata: an entry point registered afterwards for a hash
-// that still has a breakpoint starts managed.
-TEST_F(BreakpointNotify, BreakpointsSurviveClearedMetadata) {
-    Start();
-    session->SetBreakpoint(Handle(kMethodShared), kFirst);
-    session->Object().ClearLibraryMetadata();
-    EXPECT_EQ(BreakpointKeys(), (Keys{true, false, true}));
-    EXPECT_EQ(RecordedBreakpoints(), HandleSet{kFirst});
-
-    void* newStub = stubs.MakeNative(3);
-    Register(libraryA, kItemA1, newStub);
-    EXPECT_EQ(JumpStubs::Call(newStub), kManaged);
-    RegisterCallback(libraryA, kItemA1);
-    EXPECT_EQ(LastCallbackTarget(), nullptr);
-
-    session->RemoveBreakpoint(kFirst);
-    EXPECT_EQ(JumpStubs::Call(newStub), kNative);
-    EXPECT_EQ(LastCallbackTarget(), NativeAddress());
-    EXPECT_EQ(BreakpointKeys(), (Keys{false, false, false}));
-}
-
-TEST_F(BreakpointNotify, UnloadNeitherForgetsBreakpointsNorSwitchesBack) {
-    Start();
-    session->SetBreakpoint(Handle(kMethodShared), kFirst);
-    session->Object().UnloadLibraryMetadata(libraryB);
-    EXPECT_EQ(JumpStubs::Call(stubB1), kManaged);  // its record is gone, the stub untouched
-    EXPECT_EQ(BreakpointKeys(), (Keys{true, false, true}));
-
-    session->Object().ProcessLibraryMetadata(libraryB);
-    void* reloadedStub = stubs.MakeNative(3);
-    Register(libraryB, kItemB1, reloadedStub);
-    EXPECT_EQ(JumpStubs::Call(reloadedStub), kManaged);
-}
-
-// The library's own table is changed after the method list was fetched, so the handle is
-// valid but names a method hash under which no item was indexed.
-TEST(BreakpointNotifyWithoutHolder, IsRecordedNothingSwitchesAndTheStateIsDumped) {
-    DebuggerSession session("2");
-    void* library = session.Load("fixture_programmable_1");
-    static const int32_t kZeros[] = {0};
-    static const int32_t kNoDigest[] = {-1};
-    static const quarn_method_debug_info kMethods[] = {{0, 0, 1, 0}};
-    quarn_hash128 methodHashes[] = {{0xAB, 1}};
-    const quarn_debug_item item = {1,
-                                   1,
-                                   1,
-                                   kZeros,
-                                   kMethods,
-                                   kZeros,
-                                   "p/M.cs",
-                                   nullptr,
-                                   {0xAB, 0x6000000000000000ull},
-                                   methodHashes,
-                                   kNoDigest,
-                                   nullptr};
-    const quarn_debug_library description = {QUARN_DEBUG_FORMAT_VERSION, 1, &item};
-    session.Library(0).Symbol<void(const quarn_debug_library*)>("programmable_set_library")(
-        &description);
-    session.Object().ProcessLibraryMetadata(library);
-    JumpStubs stubs;
-    void* stub = stubs.MakeNative(0);
-    session.Object().RegisterEntryPoint(library, Hash128{0xAB, 0x6000000000000000ull},
-                                        NativeAddress(), stub, nullptr, nullptr);
-    void* method = session.FreshHandle(Hash128{0xAB, 1});
-    ASSERT_NE(method, nullptr);
-    methodHashes[0] = {0xAB, 2};
-
     const size_t mark = session.LogMark();
-    session.SetBreakpoint(method, kFirst);
-    EXPECT_EQ(session.Inspect().BreakpointMethods(), HandleSet{kFirst});
-    EXPECT_TRUE(session.Inspect().BreakpointMap().empty());
-    EXPECT_EQ(JumpStubs::Call(stub), kNative);
-    const LogLines lines = session.LogSince(mark);
-    ASSERT_GE(lines.size(), 4u);
-    EXPECT_EQ(lines[2], "    MethodHash : AB000000000000000200000000000000");
-    EXPECT_EQ(lines[3], "---STATE-START---");
-    EXPECT_EQ(lines.back(), "---STATE-END---");
+    session.record.breakpointNotify(0, Ptr(-1), 0, Ptr(3));
+    const std::string log = session.LogSince(mark);
+    const std::string line = "QuarnBreakpointNotify : Incoming Breakpoint REMOVE -1 3\n";
+    EXPECT_EQ(log.substr(0, line.size() + 18), line + "---STATE-START---\n");
+    EXPECT_EQ(log.rfind("---STATE-START---"), line.size());  // one dump
+    EXPECT_EQ(bench.State(), "NMN010N1 1");
 }
 
-// Waits (bounded) until the log's last line is `line`.
-bool LastLineBecomes(const DebuggerSession& session, const std::string& line) {
-    for (int attempt = 0; attempt < 5000; ++attempt) {
-        const LogLines lines = session.LogLines();
-        if (!lines.empty() && lines.back() == line) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
+// The debugger side's flush runs unlocked, right after the request's line and before the dump.
+DebuggerSession* flushed = nullptr;
+int flushes = 0;
+void ObservingFlush() {
+    std::unique_lock<std::mutex> lock(flushed->Inspect().Mutex(), std::try_to_lock);
+    EXPECT_TRUE(lock.owns_lock());
+    EXPECT_EQ(flushed->LogSince(flushed->LogMark() - 36), "RequestFlushClientDebuggerKnowledge\n");
+    ++flushes;
 }
 
-TEST_F(BreakpointNotify, IncomingLineIsWrittenBeforeTheLockIsTaken) {
-    Start("1");
-    void* method = Handle(kMethodA2Only);
-    std::unique_lock<std::mutex> hold(session->Inspect().Mutex());
-    auto notify = std::async(std::launch::async, [&] { session->SetBreakpoint(method, kFirst); });
-    EXPECT_TRUE(LastLineBecomes(
-        *session, "QuarnBreakpointNotify : Incoming Breakpoint SET " + Decimal(method) + " 4097"));
-    EXPECT_EQ(notify.wait_for(std::chrono::milliseconds(0)), std::future_status::timeout);
-    hold.unlock();
-    notify.get();
-    EXPECT_EQ(JumpStubs::Call(stubA2), kManaged);
+TEST(KnowledgeFlush, RunsUnlockedBetweenTheRequestLineAndTheDump) {
+    DebuggerSession session("2");
+    flushed = &session;
+    session.record.flushClientKnowledge = ObservingFlush;
+    session.Load("fixture_a");  // a load that adds items asks for one
+    EXPECT_EQ(flushes, 1);
 }
 
 }  // namespace
