@@ -1,5 +1,8 @@
 // The debugger's list and lookup queries with reply writers that do nothing, each against a
 // floor that makes the same writer calls with nothing else.
+#include <algorithm>
+#include <random>
+
 #include "BenchHandling.h"
 #include "support/Inspector.h"
 
@@ -78,17 +81,21 @@ void FetchFilesFloor(benchmark::State& state) {
     state.counters["per_file"] = TimePer(static_cast<double>(names.size()));
 }
 
+constexpr uint64_t kShuffleSeed = 7;
+
 // Every optional part of the reply: files with digests, columns and end positions.
 constexpr int kVersionKnown = 1;
 constexpr int kMajorVersion = 2;
 constexpr int kMinorVersion = 32;
 
-// Calls `reply` once per iteration with the record and the next method handle of the list, as
-// a debugger stepping through code asks about many different methods.
+// Calls `reply` once per iteration with the record and the next of all method handles, taken
+// in a fixed random order: a debugger stepping through code asks about methods scattered over
+// the libraries, not in the order of the method list.
 template <class Reply>
 void CycleThroughMethods(benchmark::State& state, Reply reply) {
     auto handling = LoadedHandling(LibraryOfSize(kReferenceSize));
-    const std::vector<void*> handles = FetchMethodHandles(*handling);
+    std::vector<void*> handles = FetchMethodHandles(*handling);
+    std::shuffle(handles.begin(), handles.end(), std::mt19937_64(kShuffleSeed));
     const CallbacksRecord& record = *handling->Callbacks();
     size_t next = 0;
     for (auto _ : state) {
