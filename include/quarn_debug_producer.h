@@ -72,18 +72,18 @@ typedef struct quarn_md5 {
 
 /* One compiled item (one entry point's debug tables). */
 typedef struct quarn_debug_item {
-    int32_t methodCount;                          /* field 0; 0 makes the reader skip the item */
-    int32_t fileCount;                            /* field 1; 0 makes the reader skip the item */
-    int32_t auxCount;                             /* field 2; must be non-zero */
-    const int32_t* methodFileIndices;             /* field 3: file numbers of each method */
-    const quarn_method_debug_info* methods;       /* field 4: methodCount elements */
-    const int32_t* fileNameOffsets;               /* field 5: fileCount offsets into strings */
-    const char* stringTable;                      /* field 6: NUL-terminated paths */
-    const quarn_sequence_point* sequencePoints;   /* field 7 */
-    quarn_hash128 hash;                           /* field 8 (answered with its address) */
-    const quarn_hash128* methodHashes;            /* field 9: methodCount hashes */
-    const int32_t* fileMD5Indices;                /* field 10: digest index per file, <0: none */
-    const quarn_md5* md5Hashes;                   /* field 11 */
+    int32_t methodCount;                        /* field 0; 0 makes the reader skip the item */
+    int32_t fileCount;                          /* field 1; 0 makes the reader skip the item */
+    int32_t auxCount;                           /* field 2; must be non-zero */
+    const int32_t* methodFileIndices;           /* field 3: file numbers of each method */
+    const quarn_method_debug_info* methods;     /* field 4: methodCount elements */
+    const int32_t* fileNameOffsets;             /* field 5: fileCount offsets into strings */
+    const char* stringTable;                    /* field 6: NUL-terminated paths */
+    const quarn_sequence_point* sequencePoints; /* field 7 */
+    quarn_hash128 hash;                         /* field 8 (answered with its address) */
+    const quarn_hash128* methodHashes;          /* field 9: methodCount hashes */
+    const int32_t* fileMD5Indices;              /* field 10: digest index per file, <0: none */
+    const quarn_md5* md5Hashes;                 /* field 11 */
 } quarn_debug_item;
 
 /* What the header answers, and the items behind it. */
@@ -94,7 +94,7 @@ typedef struct quarn_debug_library {
 } quarn_debug_library;
 
 #define QUARN_DEBUG_LIBRARY(itemsArray) \
-    {QUARN_DEBUG_FORMAT_VERSION, sizeof(itemsArray) / sizeof((itemsArray)[0]), (itemsArray)}
+    { QUARN_DEBUG_FORMAT_VERSION, sizeof(itemsArray) / sizeof((itemsArray)[0]), (itemsArray) }
 
 /* Answers one query against a library description; unknown items and fields answer 0. */
 static inline uint64_t quarn_debug_answer(const quarn_debug_library* library, uint64_t item,
@@ -107,33 +107,45 @@ static inline uint64_t quarn_debug_answer(const quarn_debug_library* library, ui
     }
     const quarn_debug_item* it = &library->items[item - 1];
     switch (field) {
-        case QUARN_FIELD_METHOD_COUNT: return (uint32_t)it->methodCount;
-        case QUARN_FIELD_FILE_COUNT: return (uint32_t)it->fileCount;
-        case QUARN_FIELD_AUX_COUNT: return (uint32_t)it->auxCount;
-        case QUARN_FIELD_METHOD_FILE_INDICES: return (uintptr_t)it->methodFileIndices;
-        case QUARN_FIELD_METHODS: return (uintptr_t)it->methods;
-        case QUARN_FIELD_FILE_NAME_OFFSETS: return (uintptr_t)it->fileNameOffsets;
-        case QUARN_FIELD_STRING_TABLE: return (uintptr_t)it->stringTable;
-        case QUARN_FIELD_SEQUENCE_POINTS: return (uintptr_t)it->sequencePoints;
-        case QUARN_FIELD_HASH: return (uintptr_t)&it->hash;
-        case QUARN_FIELD_METHOD_HASHES: return (uintptr_t)it->methodHashes;
-        case QUARN_FIELD_FILE_MD5_INDICES: return (uintptr_t)it->fileMD5Indices;
-        case QUARN_FIELD_MD5_HASHES: return (uintptr_t)it->md5Hashes;
-        default: return 0;
+        case QUARN_FIELD_METHOD_COUNT:
+            return (uint32_t)it->methodCount;
+        case QUARN_FIELD_FILE_COUNT:
+            return (uint32_t)it->fileCount;
+        case QUARN_FIELD_AUX_COUNT:
+            return (uint32_t)it->auxCount;
+        case QUARN_FIELD_METHOD_FILE_INDICES:
+            return (uintptr_t)it->methodFileIndices;
+        case QUARN_FIELD_METHODS:
+            return (uintptr_t)it->methods;
+        case QUARN_FIELD_FILE_NAME_OFFSETS:
+            return (uintptr_t)it->fileNameOffsets;
+        case QUARN_FIELD_STRING_TABLE:
+            return (uintptr_t)it->stringTable;
+        case QUARN_FIELD_SEQUENCE_POINTS:
+            return (uintptr_t)it->sequencePoints;
+        case QUARN_FIELD_HASH:
+            return (uintptr_t)&it->hash;
+        case QUARN_FIELD_METHOD_HASHES:
+            return (uintptr_t)it->methodHashes;
+        case QUARN_FIELD_FILE_MD5_INDICES:
+            return (uintptr_t)it->fileMD5Indices;
+        case QUARN_FIELD_MD5_HASHES:
+            return (uintptr_t)it->md5Hashes;
+        default:
+            return 0;
     }
 }
 
 /* Declares a function under the exported symbol name "quarn.debug_query". */
-#define QUARN_DECLARE_DEBUG_QUERY(functionName)                                   \
-    __attribute__((visibility("default"), used)) uint64_t functionName(uint64_t item, \
-                                                                        uint64_t field) \
-        __asm__(QUARN_DEBUG_QUERY_SYMBOL)
+#define QUARN_DECLARE_DEBUG_QUERY(functionName)                         \
+    __attribute__((visibility("default"), used)) uint64_t functionName( \
+        uint64_t item, uint64_t field) __asm__(QUARN_DEBUG_QUERY_SYMBOL)
 
 /* Defines the exported query function of this shared object for one library description. */
-#define QUARN_DEFINE_DEBUG_QUERY(library)                                          \
-    QUARN_DECLARE_DEBUG_QUERY(quarn_debug_query_entry);                            \
-    uint64_t quarn_debug_query_entry(uint64_t item, uint64_t field) {              \
-        return quarn_debug_answer(&(library), item, field);                        \
+#define QUARN_DEFINE_DEBUG_QUERY(library)                             \
+    QUARN_DECLARE_DEBUG_QUERY(quarn_debug_query_entry);               \
+    uint64_t quarn_debug_query_entry(uint64_t item, uint64_t field) { \
+        return quarn_debug_answer(&(library), item, field);           \
     }
 
 #ifdef __cplusplus

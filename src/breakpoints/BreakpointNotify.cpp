@@ -35,8 +35,7 @@ void MonoDebuggerHandling::QuarnBreakpointNotify(int isSet, void* method, int64_
 
 // Records the breakpoint against every item (entry point) that holds the method; an entry
 // point that gets its first breakpoint is switched to managed execution.
-void MonoDebuggerHandling::AddBreakpointForEntryPoints(void* /*unused*/,
-                                                       const Hash128& methodHash,
+void MonoDebuggerHandling::AddBreakpointForEntryPoints(void* /*unused*/, const Hash128& methodHash,
                                                        void* breakpoint) {
     Log(1, "    MethodHash : ", methodHash);
     const auto holders = hashToMetadataList.find(methodHash);

@@ -3,8 +3,7 @@
 using logfmt::Ptr;
 
 void MonoDebuggerHandling::RegisterEntryPoint(void* library, Hash128 entryHash, void* native,
-                                              void* stub, void* callback,
-                                              void* callbackContext) {
+                                              void* stub, void* callback, void* callbackContext) {
     Log(1, "RegisterEntryPoint : ", Ptr(library), " ", entryHash, " - Native ", Ptr(native));
     std::lock_guard<std::mutex> lock(mutex);
     // No duplicate check: registering twice yields two records, both switched from then on.

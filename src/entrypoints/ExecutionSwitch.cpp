@@ -24,7 +24,9 @@ void WriteStubWord(void* stub, size_t offset, void* value) {
 
 }  // namespace
 
-void MonoDebuggerHandling::QuarnFinishSetup() { Log(1, "Finishing up callbacks"); }
+void MonoDebuggerHandling::QuarnFinishSetup() {
+    Log(1, "Finishing up callbacks");
+}
 
 // Managed exactly while `breakpointMap` holds the hash; reconciles every record of the hash.
 // Safe to repeat: stubs already right are left alone, callbacks are told again.

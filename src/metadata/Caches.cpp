@@ -15,7 +15,9 @@ int32_t WrappingTotal(const Items& items, Count count) {
 
 // A negative total (counts below zero from a broken library) reserves nothing instead of
 // turning into a huge unsigned size.
-size_t ReserveSize(int32_t total) { return total > 0 ? static_cast<size_t>(total) : 0; }
+size_t ReserveSize(int32_t total) {
+    return total > 0 ? static_cast<size_t>(total) : 0;
+}
 
 }  // namespace
 

@@ -53,7 +53,8 @@ QuarnDebugMetadata* DebugQueryReader::ReadItem(int32_t item) const {
     record->methodFileIndices =
         static_cast<const int32_t*>(pointer(DebugQueryField::MethodFileIndices));
     record->methods = static_cast<const MethodDebugInfo*>(pointer(DebugQueryField::Methods));
-    record->fileNameOffsets = static_cast<const int32_t*>(pointer(DebugQueryField::FileNameOffsets));
+    record->fileNameOffsets =
+        static_cast<const int32_t*>(pointer(DebugQueryField::FileNameOffsets));
     record->stringTable = static_cast<const char*>(pointer(DebugQueryField::StringTable));
     record->sequencePoints =
         static_cast<const SequencePoint*>(pointer(DebugQueryField::SequencePoints));

@@ -27,7 +27,7 @@ using DebugQueryFunction = uint64_t (*)(uint64_t item, uint64_t field);
 
 // Reads one compiled library's items through its debug query function, in item order.
 class DebugQueryReader {
-public:
+  public:
     // Looks the query function up and checks the header (both header queries are always
     // made). False for a library without debug metadata, a wrong version or a count below 1.
     bool Open(void* library);
@@ -38,7 +38,7 @@ public:
     // field 2; its record is abandoned, never freed (deliberately kept). The caller owns the rest.
     QuarnDebugMetadata* ReadItem(int32_t item) const;
 
-private:
+  private:
     uint64_t Query(int32_t item, DebugQueryField field) const;
 
     DebugQueryFunction query = nullptr;

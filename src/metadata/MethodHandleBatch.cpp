@@ -5,9 +5,10 @@
 void MethodHandleBatch::Renew(size_t count) {
     used = 0;
     // Never freed: see the class comment. An empty list allocates nothing.
-    records = count == 0 ? nullptr
-                         : static_cast<MethodCacheEntry*>(
-                               ::operator new(count * sizeof(MethodCacheEntry)));
+    records =
+        count == 0
+            ? nullptr
+            : static_cast<MethodCacheEntry*>(::operator new(count * sizeof(MethodCacheEntry)));
 }
 
 bool MethodHandleBatch::Contains(const void* handle) const {

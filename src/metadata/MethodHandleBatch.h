@@ -11,7 +11,7 @@
 // address once issued as a handle never denotes another record, and a stale handle stays
 // readable.
 class MethodHandleBatch {
-public:
+  public:
     // Forgets the current batch (its records stay allocated) and makes room for `count` new ones.
     void Renew(size_t count);
     // Appends a record; at most the `count` given to Renew. Inline, so the record's fields are
@@ -25,7 +25,7 @@ public:
     bool Contains(const void* handle) const;
     size_t size() const { return used; }
 
-private:
+  private:
     MethodCacheEntry* records = nullptr;
     size_t used = 0;
 };

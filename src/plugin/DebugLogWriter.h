@@ -8,7 +8,7 @@
 // Writes diagnostic lines to <working directory>/Logs/<name>. The first writer of the process
 // truncates the file; later ones append after a separator line. Every failure is silent.
 class DebugLogWriter {
-public:
+  public:
     DebugLogWriter(int level, std::string name);
 
     // Writes `text` and a newline when `level` is at least `messageLevel`.
@@ -19,7 +19,7 @@ public:
     bool Accepts(int messageLevel) const { return level >= messageLevel; }
     bool IsOpen() const { return stream.is_open(); }
 
-private:
+  private:
     std::ofstream stream;
     int level;
     // Keeps lines from concurrent callers whole (the handling object logs with and without

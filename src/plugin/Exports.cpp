@@ -24,13 +24,17 @@ MDH_EXPORT mdh_handle initialize(const char* placeholderAssemblyPath) {
         new MonoDebuggerHandling(std::string(placeholderAssemblyPath)));
 }
 
-MDH_EXPORT void dispose(mdh_handle handle) { delete Object(handle); }
+MDH_EXPORT void dispose(mdh_handle handle) {
+    delete Object(handle);
+}
 
 MDH_EXPORT const char* startup(mdh_handle handle) {
     return Object(handle)->FetchDebuggerEnableCommand();
 }
 
-MDH_EXPORT void shut_down(mdh_handle handle) { Object(handle)->Shutdown(); }
+MDH_EXPORT void shut_down(mdh_handle handle) {
+    Object(handle)->Shutdown();
+}
 
 MDH_EXPORT void library_loaded(mdh_handle handle, void* library) {
     Object(handle)->ProcessLibraryMetadata(library);
@@ -56,7 +60,9 @@ MDH_EXPORT void request_flush_client_debugger_knowledge(mdh_handle handle) {
 }
 
 // Sizes are unsigned 32-bit, widened by zero-extension: 4 GiB and more cannot be asked for.
-MDH_EXPORT void* jit_allocate_memory(uint32_t size) { return JitAllocateMemory(size); }
+MDH_EXPORT void* jit_allocate_memory(uint32_t size) {
+    return JitAllocateMemory(size);
+}
 
 MDH_EXPORT void jit_write_to_memory(void* destination, const void* source, uint32_t size) {
     JitBeginWriteToMemory();
@@ -68,7 +74,11 @@ MDH_EXPORT void jit_free_memory(void* memory, uint32_t size) {
     JitFreeMemory(static_cast<uint8_t*>(memory), size);
 }
 
-MDH_EXPORT void** get_context_for_current_thread(void) { return &contextChainPtr; }
+MDH_EXPORT void** get_context_for_current_thread(void) {
+    return &contextChainPtr;
+}
 
 // 0 is what this x86-64 build reports.
-MDH_EXPORT int32_t jit_get_cpu_architecture(void) { return 0; }
+MDH_EXPORT int32_t jit_get_cpu_architecture(void) {
+    return 0;
+}

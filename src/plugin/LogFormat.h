@@ -24,7 +24,9 @@ struct ULong {  // "%lu"
     uint64_t value;
 };
 
-inline Long Ptr(const void* pointer) { return {static_cast<int64_t>(reinterpret_cast<intptr_t>(pointer))}; }
+inline Long Ptr(const void* pointer) {
+    return {static_cast<int64_t>(reinterpret_cast<intptr_t>(pointer))};
+}
 
 template <class Integer>
 void AppendInteger(std::string& line, Integer value) {
@@ -33,15 +35,31 @@ void AppendInteger(std::string& line, Integer value) {
     line.append(digits, result.ptr);
 }
 
-inline void Append(std::string& line, std::string_view text) { line.append(text); }
-inline void Append(std::string& line, const char* text) { line.append(text); }
-inline void Append(std::string& line, const std::string& text) { line.append(text); }
-inline void Append(std::string& line, Int piece) { AppendInteger(line, piece.value); }
-inline void Append(std::string& line, UInt piece) { AppendInteger(line, piece.value); }
-inline void Append(std::string& line, Long piece) { AppendInteger(line, piece.value); }
-inline void Append(std::string& line, ULong piece) { AppendInteger(line, piece.value); }
+inline void Append(std::string& line, std::string_view text) {
+    line.append(text);
+}
+inline void Append(std::string& line, const char* text) {
+    line.append(text);
+}
+inline void Append(std::string& line, const std::string& text) {
+    line.append(text);
+}
+inline void Append(std::string& line, Int piece) {
+    AppendInteger(line, piece.value);
+}
+inline void Append(std::string& line, UInt piece) {
+    AppendInteger(line, piece.value);
+}
+inline void Append(std::string& line, Long piece) {
+    AppendInteger(line, piece.value);
+}
+inline void Append(std::string& line, ULong piece) {
+    AppendInteger(line, piece.value);
+}
 // 32 hexadecimal digits in memory order.
-inline void Append(std::string& line, const Hash128& hash) { line.append(hash.ToString()); }
+inline void Append(std::string& line, const Hash128& hash) {
+    line.append(hash.ToString());
+}
 
 template <class... Pieces>
 std::string Concat(const Pieces&... pieces) {

@@ -13,9 +13,9 @@ constexpr uint64_t kInitialMethodCacheGeneration = 0xFFFFFFFF00000000ull;
 
 std::string BuildDebuggerEnableCommand(const void* callbacksRecord, const std::string& path) {
     return logfmt::Concat(compilerCommandInitialiseDebuggerCommand, " |CB|",
-                          logfmt::ULong{reinterpret_cast<uintptr_t>(callbacksRecord)},
-                          "|CB||AM|", path, "|AM||NM|", Constants::PlaceholderNamespace,
-                          "|NM||TP|", Constants::PlaceholderType, "|TP|");
+                          logfmt::ULong{reinterpret_cast<uintptr_t>(callbacksRecord)}, "|CB||AM|",
+                          path, "|AM||NM|", Constants::PlaceholderNamespace, "|NM||TP|",
+                          Constants::PlaceholderType, "|TP|");
 }
 
 // The one log writer of a handling object. Never destroyed (the log stays open until the

@@ -32,7 +32,7 @@ using CallbacksRecord = mdh_callbacks;
 // points write their first log line, then lock. Members marked "caller holds mutex" never lock.
 // DumpState and RequestFlushClientDebuggerKnowledge must be called with the mutex released.
 class MonoDebuggerHandling {
-public:
+  public:
     explicit MonoDebuggerHandling(std::string placeholderAssemblyPath);
     ~MonoDebuggerHandling();
     MonoDebuggerHandling(const MonoDebuggerHandling&) = delete;
@@ -58,22 +58,22 @@ public:
     // ---- breakpoints/ ----
     void QuarnBreakpointNotify(int isSet, void* method, int64_t unused, void* breakpoint);
     void AddBreakpointForEntryPoints(void* unused, const Hash128& methodHash,
-                                     void* breakpoint);           // caller holds mutex
-    void RemoveBreakpointForEntryPoints(void* breakpoint);        // caller holds mutex
-    void RequestFlushClientDebuggerKnowledge();                   // mutex released
-    int TestFetchEntryPointHash(void* method, Hash128* result);   // locks
-    int TestFetchMethodHash(void* method, Hash128* result);       // locks
-    int TestBreakpointSet(Hash128* entryHash);                    // locks
-    uint32_t TestFetchEntryPointCountForHash(Hash128* entryHash); // locks
+                                     void* breakpoint);            // caller holds mutex
+    void RemoveBreakpointForEntryPoints(void* breakpoint);         // caller holds mutex
+    void RequestFlushClientDebuggerKnowledge();                    // mutex released
+    int TestFetchEntryPointHash(void* method, Hash128* result);    // locks
+    int TestFetchMethodHash(void* method, Hash128* result);        // locks
+    int TestBreakpointSet(Hash128* entryHash);                     // locks
+    uint32_t TestFetchEntryPointCountForHash(Hash128* entryHash);  // locks
 
     // ---- queries/ ----
-    int QuarnIsFileQuarned(int ignoreCase, const char* path);                // locks
+    int QuarnIsFileQuarned(int ignoreCase, const char* path);               // locks
     void QuarnFetchFiles(void* buffer, unsigned int value, int, int, int);  // locks
     void QuarnFetchMethods(void* buffer, void* idContext, int idArgument, int, int, int);
     void QuarnFetchDebugInfo(void* buffer, void* method, int versionKnown, int majorVersion,
                              int minorVersion);  // locks
     void QuarnFetchMethodInfo(void* buffer, void* method, int versionKnown, int majorVersion,
-                              int minorVersion);  // locks
+                              int minorVersion);                           // locks
     void QuarnFetchParamInfo(void* buffer, void* method, int, int, int);   // no lock
     void QuarnFetchMethodName(void* buffer, void* method, int, int, int);  // no lock
     // The one rule that turns a method handle back into its entry and item. Caller holds mutex.
@@ -98,14 +98,13 @@ public:
                                       int versionKnown, int majorVersion, int minorVersion);
     static void CQuarnBreakpointNotify(MonoDebuggerHandling* self, int isSet, void* method,
                                        int64_t unused, void* breakpoint);
-    static int CTestFetchEntryPointHash(MonoDebuggerHandling* self, void* method,
-                                        Hash128* result);
+    static int CTestFetchEntryPointHash(MonoDebuggerHandling* self, void* method, Hash128* result);
     static int CTestFetchMethodHash(MonoDebuggerHandling* self, void* method, Hash128* result);
     static int CTestBreakpointSet(MonoDebuggerHandling* self, Hash128* entryHash);
     static uint32_t CTestFetchEntryPointCountForHash(MonoDebuggerHandling* self,
                                                      Hash128* entryHash);
 
-private:
+  private:
     friend class MonoDebuggerHandlingInspector;  // read-only access for unit tests
 
     using ItemList = std::vector<QuarnDebugMetadata*>;
@@ -154,18 +153,18 @@ private:
     }
     bool Logging() const { return logWriter != nullptr; }
 
-    CallbacksRecord* callbacks = nullptr;  // owned, 160 bytes
-    std::string debuggerEnableCommand;     // fixed after construction
+    CallbacksRecord* callbacks = nullptr;                    // owned, 160 bytes
+    std::string debuggerEnableCommand;                       // fixed after construction
     Trampoline<MonoDebuggerHandling>* trampoline = nullptr;  // owned
     JITBuffer* jitBuffer = nullptr;                          // owned; holds the trampolines
 
     // Guarded by `mutex` from here to `breakpointMethods`.
     std::unordered_set<std::string_view> fileNames;  // views into string tables
     std::unordered_map<Hash128, MethodLocation> hashToMetadata;
-    std::unordered_map<Hash128, ItemList> hashToMetadataList;  // no empty lists
+    std::unordered_map<Hash128, ItemList> hashToMetadataList;              // no empty lists
     std::unordered_map<Hash128, std::unordered_set<void*>> breakpointMap;  // no empty sets
-    std::unordered_map<Hash128, std::vector<EntryPoint>> entryPoints;   // registration order
-    std::unordered_set<QuarnDebugMetadata*> metadataItems;  // owns the records
+    std::unordered_map<Hash128, std::vector<EntryPoint>> entryPoints;      // registration order
+    std::unordered_set<QuarnDebugMetadata*> metadataItems;                 // owns the records
     MethodHandleBatch methodCache;  // the current batch of method handles
     std::unordered_set<void*> breakpointMethods;
 

@@ -92,8 +92,7 @@ void MonoDebuggerHandling::WriteSequencePoints(void* buffer, const QuarnDebugMet
     }
 }
 
-void MonoDebuggerHandling::LogMD5Hash(int level, const char* prefix,
-                                      const unsigned char* digest) {
+void MonoDebuggerHandling::LogMD5Hash(int level, const char* prefix, const unsigned char* digest) {
     if (!Logging()) {
         return;
     }

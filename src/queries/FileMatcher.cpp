@@ -4,7 +4,9 @@
 
 namespace {
 
-bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+bool IsSeparator(char c) {
+    return c == '/' || c == '\\';
+}
 
 bool BytesEqual(char a, char b, bool ignoreCase) {
     if (a == b || (IsSeparator(a) && IsSeparator(b))) {

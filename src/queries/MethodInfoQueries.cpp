@@ -17,7 +17,8 @@ void MonoDebuggerHandling::QuarnFetchMethodInfo(void* buffer, void* method, int 
     MethodCacheEntry* entry;
     QuarnDebugMetadata* item;
     // An invalid handle gets token 0, silently.
-    const uint32_t token = MethodPtrToMethodCacheEntry(method, entry, item) ? entry->methodToken : 0;
+    const uint32_t token =
+        MethodPtrToMethodCacheEntry(method, entry, item) ? entry->methodToken : 0;
     const ProtocolVersion version{versionKnown, majorVersion, minorVersion};
     callbacks->writeInt(buffer, kMethodAttributes);
     callbacks->writeInt(buffer, 0);  // implementation flags

@@ -30,8 +30,8 @@ void MonoDebuggerHandling::CQuarnFetchDebugInfo(MonoDebuggerHandling* self, void
 }
 
 void MonoDebuggerHandling::CQuarnFetchMethodInfo(MonoDebuggerHandling* self, void* buffer,
-                                                 void* method, int versionKnown,
-                                                 int majorVersion, int minorVersion) {
+                                                 void* method, int versionKnown, int majorVersion,
+                                                 int minorVersion) {
     self->QuarnFetchMethodInfo(buffer, method, versionKnown, majorVersion, minorVersion);
 }
 
@@ -42,14 +42,13 @@ void MonoDebuggerHandling::CQuarnFetchParamInfo(MonoDebuggerHandling* self, void
 }
 
 void MonoDebuggerHandling::CQuarnFetchMethodName(MonoDebuggerHandling* self, void* buffer,
-                                                 void* method, int versionKnown,
-                                                 int majorVersion, int minorVersion) {
+                                                 void* method, int versionKnown, int majorVersion,
+                                                 int minorVersion) {
     self->QuarnFetchMethodName(buffer, method, versionKnown, majorVersion, minorVersion);
 }
 
 void MonoDebuggerHandling::CQuarnBreakpointNotify(MonoDebuggerHandling* self, int isSet,
-                                                  void* method, int64_t unused,
-                                                  void* breakpoint) {
+                                                  void* method, int64_t unused, void* breakpoint) {
     self->QuarnBreakpointNotify(isSet, method, unused, breakpoint);
 }
 

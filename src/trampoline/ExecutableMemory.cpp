@@ -20,4 +20,6 @@ void JitWriteToMemory(uint8_t* destination, const void* source, size_t size) {
 // x86-64 keeps instruction fetch coherent with stores: nothing to flush after a write.
 void JitEndWriteToMemory(uint8_t* /*destination*/, size_t /*size*/) {}
 
-void JitFreeMemory(uint8_t* memory, size_t size) { munmap(memory, size); }
+void JitFreeMemory(uint8_t* memory, size_t size) {
+    munmap(memory, size);
+}

@@ -51,14 +51,18 @@ constexpr SlotMove kSlotMoves[] = {
 JITBuffer::JITBuffer(size_t size)
     : base(static_cast<uint8_t*>(JitAllocateMemory(size))), position(0), capacity(size) {}
 
-JITBuffer::~JITBuffer() { JitFreeMemory(base, capacity); }
+JITBuffer::~JITBuffer() {
+    JitFreeMemory(base, capacity);
+}
 
 void JITBuffer::Emit(const void* bytes, size_t size) {
     std::memcpy(base + position, bytes, size);
     position += size;
 }
 
-void JITBuffer::EmitWord(uint64_t word) { Emit(&word, sizeof word); }
+void JITBuffer::EmitWord(uint64_t word) {
+    Emit(&word, sizeof word);
+}
 
 void* JITBuffer::AllocatePointer(const void* value) {
     blockStart = position;
@@ -66,15 +70,25 @@ void* JITBuffer::AllocatePointer(const void* value) {
     return base + blockStart;
 }
 
-void JITBuffer::StartBlock() { blockStart = position; }
+void JITBuffer::StartBlock() {
+    blockStart = position;
+}
 
-void JITBuffer::CopyBlock(const void* source, size_t size) { Emit(source, size); }
+void JITBuffer::CopyBlock(const void* source, size_t size) {
+    Emit(source, size);
+}
 
-void* JITBuffer::EndBlock() { return base + blockStart; }
+void* JITBuffer::EndBlock() {
+    return base + blockStart;
+}
 
-void JITBuffer::AllocateStackSpace(int8_t /*slots*/) { Emit(kSubRsp8, sizeof kSubRsp8); }
+void JITBuffer::AllocateStackSpace(int8_t /*slots*/) {
+    Emit(kSubRsp8, sizeof kSubRsp8);
+}
 
-void JITBuffer::FreeStackSpace(int8_t /*slots*/) { Emit(kAddRsp8, sizeof kAddRsp8); }
+void JITBuffer::FreeStackSpace(int8_t /*slots*/) {
+    Emit(kAddRsp8, sizeof kAddRsp8);
+}
 
 void JITBuffer::CopySlotToNextSlot(int slot, int /*total*/) {
     if (slot < 0 || slot >= static_cast<int>(std::size(kSlotMoves))) {
@@ -95,4 +109,6 @@ void JITBuffer::CallMemberFunc(void* function) {
     Emit(kCallRax, sizeof kCallRax);
 }
 
-void JITBuffer::Return() { Emit(kRet, sizeof kRet); }
+void JITBuffer::Return() {
+    Emit(kRet, sizeof kRet);
+}

@@ -7,7 +7,7 @@
 // a fixed byte pattern at `position`; nothing is aligned, padded or bounds-checked (the
 // trampolines use 580 of the 4096 bytes).
 class JITBuffer {
-public:
+  public:
     explicit JITBuffer(size_t size);
     ~JITBuffer();
     JITBuffer(const JITBuffer&) = delete;
@@ -36,7 +36,7 @@ public:
     size_t Position() const { return position; }
     size_t Capacity() const { return capacity; }
 
-private:
+  private:
     void Emit(const void* bytes, size_t size);
     void EmitWord(uint64_t word);
 

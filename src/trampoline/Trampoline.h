@@ -11,7 +11,7 @@
 // IBT. Stack arguments of the caller (a seventh and beyond) are not forwarded: N is at most 6.
 template <class Bound>
 class Trampoline {
-public:
+  public:
     Trampoline(JITBuffer* buffer, Bound* object)
         : codeBuffer(buffer), thisCell(buffer->AllocatePointer(object)) {}
 
@@ -25,7 +25,7 @@ public:
 
     void* ThisCell() const { return thisCell; }
 
-private:
+  private:
     void* Generate(int argumentCount, void* function) {
         const auto slots = static_cast<int8_t>(argumentCount + 1);
         codeBuffer->StartBlock();

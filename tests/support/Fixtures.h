@@ -11,12 +11,16 @@
 namespace testing_support {
 
 // Built paths, set by the build.
-inline std::string PluginPath() { return MDH_PLUGIN_PATH; }
+inline std::string PluginPath() {
+    return MDH_PLUGIN_PATH;
+}
 inline std::string CompiledLibraryPath(const std::string& name) {
     return std::string(MDH_COMPILED_DIR) + "/lib" + name + ".so";
 }
 
-inline Hash128 ToHash(quarn_hash128 h) { return Hash128{h.word0, h.word1}; }
+inline Hash128 ToHash(quarn_hash128 h) {
+    return Hash128{h.word0, h.word1};
+}
 
 // The fixtures' identities as Hash128 values.
 inline const Hash128 kItemA1 = ToHash(quarn_hash128 FIXTURE_ITEM_A1);
@@ -30,7 +34,7 @@ inline const Hash128 kMethodRebuilt = ToHash(quarn_hash128 FIXTURE_METHOD_REBUIL
 
 // A compiled library opened with dlopen for the test's life.
 class LoadedLibrary {
-public:
+  public:
     explicit LoadedLibrary(const std::string& name)
         : handle(dlopen(CompiledLibraryPath(name).c_str(), RTLD_NOW | RTLD_LOCAL)) {
         if (handle == nullptr) {
@@ -47,7 +51,7 @@ public:
         return reinterpret_cast<T*>(dlsym(handle, name));
     }
 
-private:
+  private:
     void* handle;
 };
 

@@ -5,7 +5,7 @@
 // Read-only (and, for unit tests of the switching logic, narrowly writable) access to the
 // handling object's containers. Callers must not race with other users of the object.
 class MonoDebuggerHandlingInspector {
-public:
+  public:
     explicit MonoDebuggerHandlingInspector(MonoDebuggerHandling& object) : object(object) {}
 
     const auto& FileNames() const { return object.fileNames; }
@@ -37,6 +37,6 @@ public:
     }
     std::mutex& Mutex() { return object.mutex; }
 
-private:
+  private:
     MonoDebuggerHandling& object;
 };

@@ -5,8 +5,12 @@
 #include <cstring>
 #include <stdexcept>
 
-extern "C" __attribute__((noinline)) int NativeCode() { return 1; }
-extern "C" __attribute__((noinline)) int ManagedCode() { return 2; }
+extern "C" __attribute__((noinline)) int NativeCode() {
+    return 1;
+}
+extern "C" __attribute__((noinline)) int ManagedCode() {
+    return 2;
+}
 
 namespace testing_support {
 
@@ -19,7 +23,9 @@ JumpStubs::JumpStubs(size_t count) : size(count * kStubSize) {
     page = static_cast<uint8_t*>(memory);
 }
 
-JumpStubs::~JumpStubs() { munmap(page, size); }
+JumpStubs::~JumpStubs() {
+    munmap(page, size);
+}
 
 void* JumpStubs::Make(size_t index, const void* target, const void* alternate) {
     uint8_t* stub = page + index * kStubSize;

@@ -18,7 +18,7 @@ extern "C" int ManagedCode();
 //   byte 16: <alternate word>
 // Each stub starts on a 32-byte boundary so its target word never straddles a cache line.
 class JumpStubs {
-public:
+  public:
     static constexpr size_t kStubSize = 32;
 
     explicit JumpStubs(size_t count = 16);
@@ -39,7 +39,7 @@ public:
     // Calls through the stub and says which function ran.
     static Landing Call(const void* stub);
 
-private:
+  private:
     uint8_t* page;
     size_t size;
 };

@@ -16,11 +16,19 @@ Reply Make(Reply::Kind kind, int64_t value) {
 std::atomic<int> shutdownCalls{0};
 std::atomic<int> flushCalls{0};
 
-ReplyBuffer& Buffer(void* buffer) { return *static_cast<ReplyBuffer*>(buffer); }
+ReplyBuffer& Buffer(void* buffer) {
+    return *static_cast<ReplyBuffer*>(buffer);
+}
 
-void WriteByte(void* buffer, uint8_t value) { Buffer(buffer).replies.push_back(Byte(value)); }
-void WriteInt(void* buffer, int32_t value) { Buffer(buffer).replies.push_back(Int(value)); }
-void WriteId(void* buffer, int32_t value) { Buffer(buffer).replies.push_back(Id(value)); }
+void WriteByte(void* buffer, uint8_t value) {
+    Buffer(buffer).replies.push_back(Byte(value));
+}
+void WriteInt(void* buffer, int32_t value) {
+    Buffer(buffer).replies.push_back(Int(value));
+}
+void WriteId(void* buffer, int32_t value) {
+    Buffer(buffer).replies.push_back(Id(value));
+}
 void WriteString(void* buffer, const char* text) {
     Buffer(buffer).replies.push_back(String(text));
 }
@@ -30,14 +38,24 @@ void WriteMethodId(void* buffer, void* idContext, int32_t idArgument, void* meth
     reply.idContext = idContext;
     Buffer(buffer).replies.push_back(reply);
 }
-void ShutdownNotify() { ++shutdownCalls; }
-void FlushClientKnowledge() { ++flushCalls; }
+void ShutdownNotify() {
+    ++shutdownCalls;
+}
+void FlushClientKnowledge() {
+    ++flushCalls;
+}
 
 }  // namespace
 
-Reply Byte(uint8_t value) { return Make(Reply::Kind::Byte, value); }
-Reply Int(int32_t value) { return Make(Reply::Kind::Int, value); }
-Reply Id(int32_t value) { return Make(Reply::Kind::Id, value); }
+Reply Byte(uint8_t value) {
+    return Make(Reply::Kind::Byte, value);
+}
+Reply Int(int32_t value) {
+    return Make(Reply::Kind::Int, value);
+}
+Reply Id(int32_t value) {
+    return Make(Reply::Kind::Id, value);
+}
 Reply String(std::string text) {
     Reply reply;
     reply.kind = Reply::Kind::String;
@@ -68,8 +86,12 @@ void InstallShutdownAndFlush(mdh_callbacks* record) {
     record->flushClientKnowledge = FlushClientKnowledge;
 }
 
-int ShutdownCalls() { return shutdownCalls; }
-int FlushCalls() { return flushCalls; }
+int ShutdownCalls() {
+    return shutdownCalls;
+}
+int FlushCalls() {
+    return flushCalls;
+}
 void ResetCounters() {
     shutdownCalls = 0;
     flushCalls = 0;

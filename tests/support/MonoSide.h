@@ -12,9 +12,9 @@ namespace testing_support {
 struct Reply {
     enum class Kind { Byte, Int, Id, String, MethodId };
     Kind kind = Kind::Int;
-    int64_t value = 0;        // Byte, Int, Id; idArgument for MethodId
-    std::string text;         // String
-    void* method = nullptr;   // MethodId
+    int64_t value = 0;          // Byte, Int, Id; idArgument for MethodId
+    std::string text;           // String
+    void* method = nullptr;     // MethodId
     void* idContext = nullptr;  // MethodId
 
     bool operator==(const Reply&) const = default;

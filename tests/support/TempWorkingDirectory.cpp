@@ -42,7 +42,9 @@ std::vector<std::string> TempWorkingDirectory::LogLines() const {
     return lines;
 }
 
-bool TempWorkingDirectory::LogExists() const { return std::filesystem::exists(LogPath()); }
+bool TempWorkingDirectory::LogExists() const {
+    return std::filesystem::exists(LogPath());
+}
 
 ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name(name) {
     const char* old = std::getenv(name);

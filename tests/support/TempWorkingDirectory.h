@@ -8,7 +8,7 @@ namespace testing_support {
 // Moves the process into a fresh temporary directory for the test's life (the log is written
 // under the working directory), and back afterwards.
 class TempWorkingDirectory {
-public:
+  public:
     TempWorkingDirectory();
     ~TempWorkingDirectory();
     TempWorkingDirectory(const TempWorkingDirectory&) = delete;
@@ -20,18 +20,18 @@ public:
     std::vector<std::string> LogLines() const;
     bool LogExists() const;
 
-private:
+  private:
     std::string path;
     std::string previous;
 };
 
 // Sets (or, with a null value, unsets) an environment variable for a scope.
 class ScopedEnvironment {
-public:
+  public:
     ScopedEnvironment(const char* name, const char* value);
     ~ScopedEnvironment();
 
-private:
+  private:
     std::string name;
     std::string saved;
     bool hadValue;
