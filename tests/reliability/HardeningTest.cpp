@@ -23,9 +23,11 @@ using testing_support::PluginPath;
 
 TEST(PluginHardening, NoLoadableSegmentIsWritableAndExecutableAndNoCodeIsRelocated) {
     const ElfFile plugin(PluginPath());
-    for (const ElfFile::ProgramHeader& header : plugin.ProgramHeaders())
-        if (header.type == PT_LOAD)
+    for (const ElfFile::ProgramHeader& header : plugin.ProgramHeaders()) {
+        if (header.type == PT_LOAD) {
             EXPECT_NE(header.flags & (PF_W | PF_X), uint32_t(PF_W | PF_X));
+        }
+    }
     EXPECT_EQ(plugin.DynamicFlags() & DF_TEXTREL, 0u);
 }
 
@@ -55,8 +57,9 @@ TEST(PluginHardening, OnceLoadedItsRelocatedDataIsReadOnlyAndTheStackStaysNonExe
         const uintptr_t start = std::stoull(range, nullptr, 16);
         const uintptr_t end = std::stoull(range.substr(range.find('-') + 1), nullptr, 16);
         const bool writable = perms[1] == 'w', executable = perms[2] == 'x';
-        if (path == "[stack]")
+        if (path == "[stack]") {
             EXPECT_FALSE(executable);  // an executable-stack object flips it
+        }
         if (path == file) {
             ++pluginMappings;
             EXPECT_FALSE(writable && executable) << perms;
