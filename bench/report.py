@@ -6,6 +6,7 @@ load time per method against the number of methods.
     python3 bench/report.py table bench/results.json
     python3 bench/report.py plot bench/results.json bench/load_time_per_method.svg
     python3 bench/report.py compare before.json bench/results.json
+    python3 bench/report.py run NEW_BINARY after.json --also OLD_BINARY before.json
 
 `run` runs every benchmark once per round (five rounds), each time in a fresh process, and
 writes the median, mean, stddev and cv over the rounds in the benchmark library's own JSON
@@ -244,38 +245,48 @@ def aggregate(entries):
     return result
 
 
-def run(binary, output, rounds):
-    """Runs every benchmark once per round, each in a fresh process, and writes the median,
-    mean, stddev and cv over the rounds. Interleaving the benchmarks spreads whatever else the
-    machine does over all of them alike, so ratios between benchmarks stay meaningful."""
-    names = subprocess.run([binary, "--benchmark_list_tests"], check=True, text=True,
-                           capture_output=True).stdout.split()
-    context = None
-    measured = {name: [] for name in names}
+def run(binaries, outputs, rounds):
+    """Runs every benchmark of every binary once per round, each time in a fresh process, and
+    writes per binary the median, mean, stddev and cv over the rounds. Interleaving the rounds
+    (and the binaries) spreads whatever else the machine does over all of them alike, so ratios
+    between benchmarks, and between two builds, stay meaningful."""
+    names = [subprocess.run([binary, "--benchmark_list_tests"], check=True, text=True,
+                            capture_output=True).stdout.split() for binary in binaries]
+    contexts = [None] * len(binaries)
+    measured = [{name: [] for name in listed} for listed in names]
     with tempfile.TemporaryDirectory() as directory:
         part = os.path.join(directory, "part.json")
         for round_number in range(1, rounds + 1):
-            for name in names:
-                print("round %d: %s" % (round_number, name), file=sys.stderr)
-                subprocess.run([binary, "--benchmark_filter=^%s$" % re.escape(name),
-                                "--benchmark_out=" + part, "--benchmark_out_format=json"],
-                               check=True, stdout=subprocess.DEVNULL)
-                with open(part) as stream:
-                    document = json.load(stream)
-                context = context or document["context"]
-                measured[name].extend(document["benchmarks"])
-    benchmarks = [entry for name in names for entry in aggregate(measured[name])]
-    with open(output, "w") as stream:
-        json.dump({"context": context, "benchmarks": benchmarks}, stream, indent=1)
+            for name in names[0]:
+                for index, binary in enumerate(binaries):
+                    if name not in measured[index]:
+                        continue
+                    print("round %d: %s %s" % (round_number, binary, name), file=sys.stderr)
+                    subprocess.run([binary, "--benchmark_filter=^%s$" % re.escape(name),
+                                    "--benchmark_out=" + part, "--benchmark_out_format=json"],
+                                   check=True, stdout=subprocess.DEVNULL)
+                    with open(part) as stream:
+                        document = json.load(stream)
+                    contexts[index] = contexts[index] or document["context"]
+                    measured[index][name].extend(document["benchmarks"])
+    for index, output in enumerate(outputs):
+        benchmarks = [entry for name, entries in measured[index].items() if entries
+                      for entry in aggregate(entries)]
+        with open(output, "w") as stream:
+            json.dump({"context": contexts[index], "benchmarks": benchmarks}, stream, indent=1)
 
 
 def main():
     parser = argparse.ArgumentParser(description="Runs mdh_bench and reports its results.")
     commands = parser.add_subparsers(dest="command", required=True)
-    run_command = commands.add_parser("run", help="run every benchmark, write merged JSON")
+    run_command = commands.add_parser("run", help="run every benchmark, write their JSON")
     run_command.add_argument("binary")
     run_command.add_argument("output")
     run_command.add_argument("--rounds", type=int, default=5)
+    run_command.add_argument("--also", nargs=2, action="append", default=[],
+                             metavar=("BINARY", "OUTPUT"),
+                             help="another build to run in the same rounds (say, the one before "
+                                  "a change), with its own output")
     table_command = commands.add_parser("table", help="print the markdown tables")
     table_command.add_argument("results")
     plot_command = commands.add_parser("plot", help="write the load-time plot (SVG)")
@@ -286,7 +297,9 @@ def main():
     compare_command.add_argument("results")
     arguments = parser.parse_args()
     if arguments.command == "run":
-        run(arguments.binary, arguments.output, arguments.rounds)
+        binaries = [arguments.binary] + [binary for binary, _ in arguments.also]
+        outputs = [arguments.output] + [output for _, output in arguments.also]
+        run(binaries, outputs, arguments.rounds)
         return
     context, runs = load_results(arguments.results)
     if arguments.command == "table":
