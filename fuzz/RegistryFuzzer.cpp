@@ -19,6 +19,7 @@
 #include "ProgrammableLibrary.h"
 #include "plugin/MonoDebuggerHandling.h"
 #include "support/Inspector.h"
+#include "support/ReferenceCaches.h"
 
 namespace {
 
@@ -28,7 +29,8 @@ constexpr size_t kLibraries = 3;
 const quarn_hash128 kItemHashes[] = {{0x1, 0x100}, {0x2, 0x100}, {0x3, 0x100}, {0x4, 0x100}};
 const quarn_hash128 kMethodHashes[] = {{0x1, 0x200}, {0x2, 0x200}, {0x3, 0x200},
                                        {0x4, 0x200}, {0x5, 0x200}, {0x6, 0x200}};
-const char* const kPaths[] = {"a.cs", "dir/a.cs", "./dir/a.cs", "A.cs", "b.cs", "dir\\b.cs", ""};
+const char* const kPaths[] = {"a.cs", "dir/a.cs", "./dir/a.cs", "A.cs", "b.cs", "dir\\b.cs", "",
+                              "./a.cs", "./", "x/dir\\a.cs"};
 const int32_t kCounts[] = {-2, -1, 0, 1, 1, 2, 2, 3, 4};
 const int32_t kAuxCounts[] = {0, 1, 1, 1, 7};
 const int32_t kHeaderCounts[] = {-1, 0, 1, 2, 2, 3, 3, 4};
@@ -136,43 +138,18 @@ void CheckItems(const MonoDebuggerHandlingInspector& inspector, const RegistryMo
     }
 }
 
-// The caches recomputed from the registered items, in the registry's iteration order.
-void CheckCaches(const MonoDebuggerHandlingInspector& inspector) {
-    std::set<std::string> names;
-    std::map<HashKey, std::pair<const QuarnDebugMetadata*, int32_t>> firstHolder;
-    std::map<HashKey, std::vector<const QuarnDebugMetadata*>> holders;
-    for (const QuarnDebugMetadata* item : inspector.MetadataItems()) {
-        for (int32_t f = 0; f < item->fileCount; ++f) {
-            names.insert(item->FileName(f));
-        }
-        for (int32_t k = 0; k < item->methodCount; ++k) {
-            firstHolder.try_emplace(Key(item->methodHashes[k]), item, k);
-            holders[Key(item->methodHashes[k])].push_back(item);
-        }
-    }
+// Paths asked about: the pool's names in other case, with other directories and separators.
+const std::vector<std::string> kProbePaths = {
+    "a.cs", "A.CS", "b.cs", "/x/dir/a.cs", "C:\\x\\DIR\\A.cs", "dir/a.cs", "dir\\b.cs",
+    "/q/Mya.cs", "", "dir/", "/x/"};
 
-    const std::set<std::string> cachedNames(inspector.FileNames().begin(),
-                                            inspector.FileNames().end());
-    Expect(cachedNames == names && inspector.FileNames().size() == names.size(), "file names");
-
-    Expect(inspector.HashToMetadata().size() == firstHolder.size(), "method count of the cache");
-    for (const auto& [hash, location] : inspector.HashToMetadata()) {
-        const auto expected = firstHolder.find(Key(hash));
-        Expect(expected != firstHolder.end(), "a cached method no item holds");
-        Expect(location.first == expected->second.first, "method cache item");
-        Expect(location.second == expected->second.second, "method cache index");
-    }
-
-    Expect(inspector.HashToMetadataList().size() == holders.size(), "method index keys");
-    for (const auto& [hash, list] : inspector.HashToMetadataList()) {
-        const auto expected = holders.find(Key(hash));
-        Expect(expected != holders.end(), "an indexed method no item holds");
-        std::vector<const QuarnDebugMetadata*> actual(list.begin(), list.end());
-        std::vector<const QuarnDebugMetadata*> wanted = expected->second;
-        std::sort(actual.begin(), actual.end());
-        std::sort(wanted.begin(), wanted.end());
-        Expect(actual == wanted, "method index holders");
-    }
+// The incremental caches against a rebuild from scratch over the registered items, and the
+// indexed file query against a walk over every name.
+void CheckCaches(MonoDebuggerHandling& handling, const MonoDebuggerHandlingInspector& inspector) {
+    std::string difference = testing_support::DifferenceFromRebuild(inspector);
+    Expect(difference.empty(), difference.c_str());
+    difference = testing_support::MatchDifferenceFromFullWalk(handling, kProbePaths);
+    Expect(difference.empty(), difference.c_str());
 }
 
 // Methods are listed once per distinct hash, and each handle names one of them.
@@ -245,7 +222,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 break;
         }
         CheckItems(inspector, model);
-        CheckCaches(inspector);
+        CheckCaches(handling, inspector);
     }
     for (const ProgrammableLibrary& library : libraries) {
         library.Describe(nullptr);

@@ -38,13 +38,14 @@ void MonoDebuggerHandling::QuarnBreakpointNotify(int isSet, void* method, int64_
 void MonoDebuggerHandling::AddBreakpointForEntryPoints(void* /*unused*/, const Hash128& methodHash,
                                                        void* breakpoint) {
     Log(1, "    MethodHash : ", methodHash);
-    const auto holders = hashToMetadataList.find(methodHash);
-    if (holders == hashToMetadataList.end()) {
+    const MethodIndexEntry* holders = hashToMetadata.Find(methodHash);
+    if (holders == nullptr) {
         return;
     }
-    const ItemList items = holders->second;  // walked on a copy
-    for (const QuarnDebugMetadata* item : items) {
-        const Hash128 entryHash = item->hash;
+    std::vector<Hash128> entryHashes;  // the holders' item hashes, in registration order
+    MethodIndex::ForEachHolder(
+        *holders, [&](const MethodLocation& holder) { entryHashes.push_back(holder.item->hash); });
+    for (const Hash128& entryHash : entryHashes) {
         auto existing = breakpointMap.find(entryHash);
         Log(1, "        EntryPointHash : ", entryHash);
         if (existing != breakpointMap.end()) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "metadata/Hash128.h"
 
@@ -39,8 +40,12 @@ struct Md5Digest {
 };
 static_assert(sizeof(Md5Digest) == 16);
 
+struct MethodIndexEntry;
+struct FileNameEntry;
+
 // One accepted item of a compiled library. The pointers designate the library's own memory,
-// valid while it stays loaded; the record is owned by the handling object.
+// valid while it stays loaded; the record is owned by the handling object (lifetime rules in
+// RecordLifetimes.h).
 struct QuarnDebugMetadata {
     Hash128 hash;  // copied from the 16 bytes behind field code 8
     void* libraryHandle;
@@ -56,8 +61,20 @@ struct QuarnDebugMetadata {
     int32_t methodCount;
     int32_t auxCount;
 
+    // Bookkeeping in our own memory, so that dropping the item never reads the library (which
+    // the host may already have closed, or whose tables may have changed since).
+    std::vector<MethodIndexEntry*> methodEntries;  // per method k: its entry in the method index
+    std::vector<FileNameEntry*> fileEntries;       // per file f: its entry in the name index
+    uint64_t registeredInBatch = 0;                // handle batch current at registration
+    QuarnDebugMetadata* nextRetired = nullptr;     // link in the retired list
+
     // Name of file f: stringTable + fileNameOffsets[f], or the empty name without a table.
     const char* FileName(int32_t file) const;
+    // Releases the index bookkeeping of an item that left the registry.
+    void ForgetIndexEntries() noexcept {
+        std::vector<MethodIndexEntry*>().swap(methodEntries);
+        std::vector<FileNameEntry*>().swap(fileEntries);
+    }
 };
 
 // The record whose address the debugger holds as a method handle.

@@ -33,13 +33,12 @@ void MonoDebuggerHandling::DumpItems() {
 
 void MonoDebuggerHandling::DumpCaches() {
     Log(3, "Deduplicated Files List");
-    for (std::string_view name : fileNames) {
-        Log(3, "    Path : ", name);
-    }
+    fileNames.ForEach([&](const std::string& name) { Log(3, "    Path : ", name); });
     Log(3, "Deduplicated Methods List");
-    for (const auto& [hash, location] : hashToMetadata) {
-        // Address and index run together with no separator, as the log always had them.
-        Log(3, "    Hash : ", hash, "   ", Ptr(location.first), Int{location.second});
+    for (const MethodIndex::Listed& listed : hashToMetadata.ListedMethods()) {
+        // Address and index run together with no separator: readers of the dump expect it.
+        Log(3, "    Hash : ", *listed.entry->key, "   ", Ptr(listed.location.item),
+            Int{listed.location.methodIndex});
     }
 }
 

@@ -45,11 +45,11 @@ MonoDebuggerHandling::~MonoDebuggerHandling() {
     ::operator delete(callbacks);
     delete trampoline;
     delete jitBuffer;  // unmaps the trampolines: Mono must not call them any more
-    // The records are owned here; nothing can reach them once the object is gone.
+    // The records are owned here; nothing can reach them once the object is gone. Retired
+    // records go with `methodCache`.
     for (QuarnDebugMetadata* item : metadataItems) {
         delete item;
     }
-    FreeRetiredItems();
     // logWriter is deliberately not destroyed: the log stays open until the process ends.
 }
 

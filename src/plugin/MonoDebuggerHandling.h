@@ -10,9 +10,12 @@
 #include <vector>
 
 #include "entrypoints/EntryPoint.h"
+#include "metadata/FileNameIndex.h"
 #include "metadata/Hash128.h"
-#include "metadata/MethodHandleBatch.h"
+#include "metadata/LibraryIndex.h"
+#include "metadata/MethodIndex.h"
 #include "metadata/QuarnDebugMetadata.h"
+#include "metadata/RecordLifetimes.h"
 #include "mono_debugger_handling.h"
 #include "plugin/DebugLogWriter.h"
 #include "plugin/LogFormat.h"
@@ -107,23 +110,13 @@ class MonoDebuggerHandling {
   private:
     friend class MonoDebuggerHandlingInspector;  // read-only access for unit tests
 
-    using ItemList = std::vector<QuarnDebugMetadata*>;
-    using MethodLocation = std::pair<QuarnDebugMetadata*, int32_t>;  // item, method index
-
     // ---- trampoline/ ----
     void GenerateCallbackTrampolines();
 
     // ---- metadata/ (caller holds mutex) ----
     void RegisterItem(QuarnDebugMetadata* item);
-    void DropItem(QuarnDebugMetadata* item);
-    void AddCacheEntry(const QuarnDebugMetadata* item);
-    void RemoveCacheEntry(const QuarnDebugMetadata* item);
-    void ReplaceCacheEntry(const QuarnDebugMetadata* replaced, const QuarnDebugMetadata* added);
-    void BuildFilesCache();
-    void BuildMethodsCache();
-    void RebuildCaches();
-    void FreeReleasableItems();
-    void FreeRetiredItems();
+    void DropItem(QuarnDebugMetadata* item) noexcept;
+    void LogCacheTotals();
     void DumpItems();
     void DumpCaches();
     void DumpBreakpointsAndEntryPoints();
@@ -134,6 +127,8 @@ class MonoDebuggerHandling {
 
     // ---- entrypoints/ (caller holds mutex) ----
     void RemoveEntryPointsOfLibrary(void* libraryHandle);
+    void RemoveEntryPoints(std::vector<EntryPoint>& list, void* libraryHandle,
+                           const Hash128& entryHash);
     void SwitchStub(const EntryPoint& entry, bool managed);
 
     // ---- queries/ (caller holds mutex) ----
@@ -158,15 +153,21 @@ class MonoDebuggerHandling {
     Trampoline<MonoDebuggerHandling>* trampoline = nullptr;  // owned
     JITBuffer* jitBuffer = nullptr;                          // owned; holds the trampolines
 
-    // Guarded by `mutex` from here to `breakpointMethods`.
-    std::unordered_set<std::string_view> fileNames;  // views into string tables
-    std::unordered_map<Hash128, MethodLocation> hashToMetadata;
-    std::unordered_map<Hash128, ItemList> hashToMetadataList;              // no empty lists
+    // Guarded by `mutex` from here to `libraries`. Every registry change updates the indexes
+    // below for the items and entry points it adds or removes, never walking the others.
+    FileNameIndex fileNames;     // distinct file names of the registered items
+    MethodIndex hashToMetadata;  // per distinct method hash: every item holding it, and the
+                                 // one answering for it in the method list
     std::unordered_map<Hash128, std::unordered_set<void*>> breakpointMap;  // no empty sets
     std::unordered_map<Hash128, std::vector<EntryPoint>> entryPoints;      // registration order
-    std::unordered_set<QuarnDebugMetadata*> metadataItems;                 // owns the records
-    MethodHandleBatch methodCache;  // the current batch of method handles
+    std::unordered_set<QuarnDebugMetadata*> metadataItems;  // owns the registered records
+    // The current batch of method handles, and the dropped items a handle may still name.
+    RecordLifetimes methodCache;
     std::unordered_set<void*> breakpointMethods;
+    // The registered item of each item hash (a new item replaces the older one with its hash).
+    std::unordered_map<Hash128, QuarnDebugMetadata*> itemByHash;
+    // Each library's items and entry hashes, so an unload touches that library's records only.
+    LibraryIndex libraries;
 
     // The handling object's one lock; not recursive.
     std::mutex mutex;
@@ -174,20 +175,4 @@ class MonoDebuggerHandling {
     DebugLogWriter* logWriter = nullptr;
     // Low half: batch counter; high half: its complement. Guarded by `mutex`.
     uint64_t methodCacheGeneration = 0;
-
-    // Guarded by `mutex`. The item of each item hash in `metadataItems` (at most one: a new item
-    // replaces every older one with its hash), so replacement needs no walk over every item.
-    std::unordered_map<Hash128, QuarnDebugMetadata*> itemByHash;
-    // Guarded by `mutex`. Items dropped from `metadataItems` since the last cache rebuild: a
-    // method list issued before that rebuild (even between two items of one load) may hold
-    // handles to them. Never freed before the next rebuild and the list after it, so a freed
-    // record's address can never come back as a new record that an old handle would accept.
-    std::vector<QuarnDebugMetadata*> retiredItems;
-    // Guarded by `mutex`. Retired items that no cache reaches since the last rebuild; freed by
-    // the next method list, which makes every handle that could point at them stale.
-    std::vector<QuarnDebugMetadata*> releasableItems;
-    // Guarded by `mutex`. The values of `hashToMetadata`, in the order they were inserted, in
-    // one contiguous block: the method list is issued in this order (the map's order is free),
-    // reading it sequentially instead of chasing the map's scattered nodes.
-    std::vector<MethodLocation> methodLocations;
 };

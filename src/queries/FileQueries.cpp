@@ -9,13 +9,9 @@ using logfmt::Ptr;
 int MonoDebuggerHandling::QuarnIsFileQuarned(int ignoreCase, const char* path) {
     std::lock_guard<std::mutex> lock(mutex);
     const std::string_view wanted(path);
-    bool found = false;
-    for (std::string_view element : fileNames) {
-        if (FileNameMatches(element, wanted, ignoreCase != 0)) {
-            found = true;
-            break;
-        }
-    }
+    const bool found = fileNames.Candidates(wanted, ignoreCase != 0, [&](std::string_view name) {
+        return FileNameMatches(name, wanted, ignoreCase != 0);
+    });
     Log(1, "IsQuarned : ", Int{ignoreCase}, " ", wanted, found ? " : TRUE" : " : FALSE");
     return found ? 1 : 0;
 }
@@ -26,9 +22,8 @@ void MonoDebuggerHandling::QuarnFetchFiles(void* buffer, unsigned int value, int
     const auto count = static_cast<int32_t>(fileNames.size());
     Log(1, "    TotalFiles : ", Int{count});
     callbacks->writeInt(buffer, count);
-    for (std::string_view element : fileNames) {
-        // Every element ends in the NUL of its string table.
-        callbacks->writeString(buffer, element.data());
-        Log(3, "        Path : ", element);
-    }
+    fileNames.ForEach([&](const std::string& name) {
+        callbacks->writeString(buffer, name.c_str());
+        Log(3, "        Path : ", name);
+    });
 }

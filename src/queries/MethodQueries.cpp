@@ -17,19 +17,18 @@ void MonoDebuggerHandling::QuarnFetchMethods(void* buffer, void* idContext, int 
     const auto count = static_cast<int32_t>(hashToMetadata.size());
     Log(1, "    Total Methods : ", Int{count});
     methodCacheGeneration += kGenerationStep;
-    methodCache.Renew(methodLocations.size());
-    // No handle of the new list can reach an item retired before the last cache rebuild, and
-    // every older handle is now stale: those addresses may be reused.
-    FreeReleasableItems();
+    // Every older handle is stale from here on; their pages go back to the system and the
+    // dropped items they could name are freed.
+    methodCache.RenewHandles(hashToMetadata.size());
     callbacks->writeInt(buffer, count);
-    // The elements of hashToMetadata, in the order they were inserted.
-    for (const MethodLocation& location : methodLocations) {
-        const auto token = static_cast<uint32_t>(kFirstMethodToken + methodCache.size());
-        MethodCacheEntry* entry =
-            methodCache.Add({location.first, methodCacheGeneration, location.second, token});
-        // The index is printed twice, as the log always had it.
-        Log(3, "        CacheEntry : ", Int{location.second}, " ", Int{location.second}, " ",
-            Int{static_cast<int32_t>(token)}, " ", logfmt::ULong{methodCacheGeneration});
+    for (const MethodIndex::Listed& listed : hashToMetadata.ListedMethods()) {
+        const MethodLocation& location = listed.location;
+        const auto token = static_cast<uint32_t>(kFirstMethodToken + methodCache.HandleCount());
+        MethodCacheEntry* entry = methodCache.AddHandle(
+            {location.item, methodCacheGeneration, location.methodIndex, token});
+        // The index is printed twice: readers of the log expect this line's four fields.
+        Log(3, "        CacheEntry : ", Int{location.methodIndex}, " ", Int{location.methodIndex},
+            " ", Int{static_cast<int32_t>(token)}, " ", logfmt::ULong{methodCacheGeneration});
         callbacks->writeMethodId(buffer, idContext, idArgument, entry);
     }
 }
@@ -37,7 +36,7 @@ void MonoDebuggerHandling::QuarnFetchMethods(void* buffer, void* idContext, int 
 bool MonoDebuggerHandling::MethodPtrToMethodCacheEntry(void* method, MethodCacheEntry*& entry,
                                                        QuarnDebugMetadata*& metadata) {
     entry = static_cast<MethodCacheEntry*>(method);
-    if (!methodCache.Contains(method)) {
+    if (!methodCache.IsCurrentHandle(method)) {
         return false;  // not dereferenced before this test passes
     }
     if (entry->generation != methodCacheGeneration) {

@@ -1,5 +1,11 @@
 #pragma once
 
+#include <algorithm>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
 #include "plugin/MonoDebuggerHandling.h"
 
 // Read-only (and, for unit tests of the switching logic, narrowly writable) access to the
@@ -8,19 +14,39 @@ class MonoDebuggerHandlingInspector {
   public:
     explicit MonoDebuggerHandlingInspector(MonoDebuggerHandling& object) : object(object) {}
 
-    const auto& FileNames() const { return object.fileNames; }
-    const auto& HashToMetadata() const { return object.hashToMetadata; }
-    const auto& HashToMetadataList() const { return object.hashToMetadataList; }
+    // Snapshots of the caches as plain containers: the distinct file names (sorted), the
+    // answering (item, method index) of each method hash, and each hash's holders in order.
+    std::vector<std::string> FileNames() const {
+        std::vector<std::string> names;
+        object.fileNames.ForEach([&](const std::string& name) { names.push_back(name); });
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    std::unordered_map<Hash128, std::pair<QuarnDebugMetadata*, int32_t>> HashToMetadata() const {
+        std::unordered_map<Hash128, std::pair<QuarnDebugMetadata*, int32_t>> answers;
+        for (const MethodIndex::Listed& listed : object.hashToMetadata.ListedMethods())
+            answers.emplace(*listed.entry->key,
+                            std::pair{listed.location.item, listed.location.methodIndex});
+        return answers;
+    }
+    std::unordered_map<Hash128, std::vector<QuarnDebugMetadata*>> HashToMetadataList() const {
+        std::unordered_map<Hash128, std::vector<QuarnDebugMetadata*>> lists;
+        for (const MethodIndex::Listed& listed : object.hashToMetadata.ListedMethods())
+            MethodIndex::ForEachHolder(*listed.entry, [&](const MethodLocation& holder) {
+                lists[*listed.entry->key].push_back(holder.item);
+            });
+        return lists;
+    }
+    const FileNameIndex& Files() const { return object.fileNames; }
+    const MethodIndex& Methods() const { return object.hashToMetadata; }
     const auto& BreakpointMap() const { return object.breakpointMap; }
     const auto& EntryPoints() const { return object.entryPoints; }
     const auto& MetadataItems() const { return object.metadataItems; }
     const auto& BreakpointMethods() const { return object.breakpointMethods; }
     const auto& MethodCache() const { return object.methodCache; }
     uint64_t MethodCacheGeneration() const { return object.methodCacheGeneration; }
-    // Dropped items not yet freed (retired since the last cache rebuild, or releasable).
-    size_t RetiredItemCount() const {
-        return object.retiredItems.size() + object.releasableItems.size();
-    }
+    // Dropped items kept allocated because a current method handle may name them.
+    size_t RetiredItemCount() const { return object.methodCache.RetiredItemCount(); }
     JITBuffer* Buffer() const { return object.jitBuffer; }
     Trampoline<MonoDebuggerHandling>* TrampolineGenerator() const { return object.trampoline; }
     DebugLogWriter* LogWriter() const { return object.logWriter; }

@@ -1,0 +1,129 @@
+// Adding and removing one item's file names, and the tail key of the name index.
+#include "metadata/FileNameIndex.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+
+namespace {
+
+bool IsSeparator(char c) {
+    return c == '/' || c == '\\';
+}
+
+// ASCII letters fold to lower case and every byte from 0x80 up folds to one value: a coarse
+// fold, so that bytes the current locale's tolower() pairs fold alike in any locale checked by
+// FoldAgreesWithLocale.
+constexpr std::array<uint8_t, 256> kFold = [] {
+    std::array<uint8_t, 256> fold{};
+    for (int c = 0; c < 256; ++c) {
+        fold[c] = c >= 0x80                ? 0x80
+                  : (c >= 'A' && c <= 'Z') ? static_cast<uint8_t>(c - 'A' + 'a')
+                                           : static_cast<uint8_t>(c);
+    }
+    return fold;
+}();
+
+}  // namespace
+
+void FileNameIndex::Add(QuarnDebugMetadata& item) {
+    const int32_t count = std::max(item.fileCount, 0);
+    item.fileEntries.assign(static_cast<size_t>(count), nullptr);
+    int32_t added = 0;
+    try {
+        for (; added < count; ++added) {
+            AddName(item.FileName(added), item.fileEntries[added]);
+        }
+    } catch (...) {
+        RemoveFirst(item, added);
+        item.fileEntries.clear();
+        throw;
+    }
+    total += static_cast<uint32_t>(item.fileCount);
+}
+
+// Counts one more file with this name, creating its entry when the name is new. Changes nothing
+// if it throws.
+void FileNameIndex::AddName(const char* text, FileNameEntry*& recorded) {
+    auto [node, inserted] = names.try_emplace(text);
+    FileNameEntry& entry = node->second;
+    if (inserted) {
+        const std::string& name = node->first;
+        const bool loose = IsLooseRelative(name);
+        try {
+            if (loose && looseRelative.size() == looseRelative.capacity()) {
+                looseRelative.reserve(std::max<size_t>(4, looseRelative.capacity() * 2));
+            }
+            byTail.emplace(TailKey(name), &name);
+        } catch (...) {
+            names.erase(node);
+            throw;
+        }
+        if (loose) {
+            looseRelative.push_back(&name);  // room reserved above
+        }
+        entry.name = &name;
+    }
+    ++entry.holders;
+    recorded = &entry;
+}
+
+void FileNameIndex::Remove(QuarnDebugMetadata& item) noexcept {
+    RemoveFirst(item, static_cast<int32_t>(item.fileEntries.size()));
+    item.fileEntries.clear();
+    total -= static_cast<uint32_t>(item.fileCount);
+}
+
+void FileNameIndex::RemoveFirst(QuarnDebugMetadata& item, int32_t count) noexcept {
+    for (int32_t f = 0; f < count; ++f) {
+        RemoveName(*item.fileEntries[f]);
+    }
+}
+
+void FileNameIndex::RemoveName(FileNameEntry& entry) noexcept {
+    if (--entry.holders != 0) {
+        return;
+    }
+    const std::string* name = entry.name;
+    auto [first, last] = byTail.equal_range(TailKey(*name));
+    byTail.erase(std::find_if(first, last, [&](const auto& e) { return e.second == name; }));
+    if (IsLooseRelative(*name)) {
+        std::erase(looseRelative, name);
+    }
+    names.erase(names.find(*name));
+}
+
+void FileNameIndex::Clear() noexcept {
+    byTail.clear();
+    looseRelative.clear();
+    names.clear();
+    total = 0;
+}
+
+// FNV-1a over the folded bytes after the last separator.
+uint64_t FileNameIndex::TailKey(std::string_view name) {
+    const auto separator = std::find_if(name.rbegin(), name.rend(), IsSeparator);
+    uint64_t key = 0xcbf29ce484222325ull;
+    for (auto it = separator.base(); it != name.end(); ++it) {
+        key = (key ^ kFold[static_cast<uint8_t>(*it)]) * 0x100000001b3ull;
+    }
+    return key;
+}
+
+// "./R" or ".\R" with no separator in R: matched as a suffix of any path with a directory part,
+// so its tail says nothing about the paths it matches.
+bool FileNameIndex::IsLooseRelative(std::string_view name) {
+    return name.size() >= 2 && name[0] == '.' && IsSeparator(name[1]) &&
+           std::none_of(name.begin() + 2, name.end(), IsSeparator);
+}
+
+// True when tolower() maps every byte to one that folds like it, so that two bytes tolower()
+// pairs always fold alike (true in the "C" locale and in the usual single-byte and UTF-8 ones).
+bool FileNameIndex::FoldAgreesWithLocale() {
+    for (int c = 0; c < 256; ++c) {
+        if (kFold[static_cast<uint8_t>(std::tolower(c))] != kFold[c]) {
+            return false;
+        }
+    }
+    return true;
+}

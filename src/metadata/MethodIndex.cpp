@@ -1,0 +1,124 @@
+// Adding and removing one item's methods in the method index (invariants in MethodIndex.h).
+#include "metadata/MethodIndex.h"
+
+#include <algorithm>
+
+#include "metadata/BucketTouch.h"
+
+namespace {
+
+// Bounds on how far the table grows ahead of what it holds while a library loads: at most this
+// factor, or this many keys (8 MB of buckets) if that is more, so an absurd item count cannot
+// make it reserve much more than it fills.
+constexpr size_t kGrowthFactorAhead = 8;
+constexpr size_t kKeysAhead = size_t{1} << 20;
+
+}  // namespace
+
+void MethodIndex::ExpectMore(int32_t itemMethods, int32_t itemsLeft) {
+    if (itemMethods <= 0) {
+        return;
+    }
+    const auto methods = static_cast<size_t>(itemMethods);
+    const size_t needed = entries.size() + methods;
+    const auto capacity =
+        static_cast<size_t>(static_cast<float>(entries.bucket_count()) * entries.max_load_factor());
+    if (needed > capacity) {
+        // The items left are expected to add half as many methods again as this one each, as
+        // items differ in size. A reload finds its keys already there and seldom gets here.
+        const size_t expected = entries.size() + methods * static_cast<size_t>(itemsLeft) * 3 / 2;
+        const size_t bound = std::max(needed * kGrowthFactorAhead, needed + kKeysAhead);
+        entries.reserve(std::min(expected, bound));
+    }
+}
+
+void MethodIndex::Add(QuarnDebugMetadata& item) {
+    const int32_t count = std::max(item.methodCount, 0);
+    item.methodEntries.assign(static_cast<size_t>(count), nullptr);
+    if (listed.capacity() - listed.size() < static_cast<size_t>(count)) {
+        // Geometric growth: items arrive one at a time.
+        listed.reserve(std::max(listed.size() + static_cast<size_t>(count), listed.capacity() * 2));
+    }
+    TouchBuckets(entries, item.methodHashes, count);
+    int32_t added = 0;
+    try {
+        for (; added < count; ++added) {
+            AddHolder(item.methodHashes[added], {&item, added}, item.methodEntries[added]);
+        }
+    } catch (...) {
+        RemoveFirst(item, added);
+        item.methodEntries.clear();
+        throw;
+    }
+    total += static_cast<uint32_t>(item.methodCount);
+}
+
+// Appends `holder` to the entry of `hash`, creating the entry (and its listed element) when the
+// hash is new. Changes nothing if it throws; `listed` has room for one more.
+void MethodIndex::AddHolder(const Hash128& hash, MethodLocation holder,
+                            MethodIndexEntry*& recorded) {
+    auto [node, inserted] = entries.try_emplace(hash);
+    MethodIndexEntry& entry = node->second;
+    if (inserted) {
+        entry.key = &node->first;
+        entry.first = holder;
+        entry.slot = static_cast<uint32_t>(listed.size());
+        listed.push_back({holder, &entry});
+    } else {
+        if (entry.more == nullptr) {
+            entry.more = std::make_unique<std::vector<MethodLocation>>();
+        }
+        entry.more->push_back(holder);
+    }
+    recorded = &entry;
+}
+
+void MethodIndex::Remove(QuarnDebugMetadata& item) noexcept {
+    RemoveFirst(item, static_cast<int32_t>(item.methodEntries.size()));
+    item.methodEntries.clear();
+    total -= static_cast<uint32_t>(item.methodCount);
+}
+
+void MethodIndex::RemoveFirst(QuarnDebugMetadata& item, int32_t count) noexcept {
+    for (int32_t k = 0; k < count; ++k) {
+        RemoveHolder(*item.methodEntries[k], {&item, k});
+    }
+}
+
+// Removes one holder. When it was the answering one the next holder answers; when it was the
+// last one the entry goes.
+void MethodIndex::RemoveHolder(MethodIndexEntry& entry, MethodLocation holder) noexcept {
+    std::vector<MethodLocation>* more = entry.more.get();
+    if (entry.first != holder) {
+        more->erase(std::find(more->begin(), more->end(), holder));
+        return;
+    }
+    if (more == nullptr || more->empty()) {
+        EraseEntry(entry);
+        return;
+    }
+    entry.first = more->front();
+    more->erase(more->begin());
+    listed[entry.slot].location = entry.first;
+}
+
+// Moves the last listed element into the entry's slot, then erases the entry.
+void MethodIndex::EraseEntry(MethodIndexEntry& entry) noexcept {
+    const Listed last = listed.back();
+    listed[entry.slot] = last;
+    last.entry->slot = entry.slot;
+    listed.pop_back();
+    const Hash128 key = *entry.key;  // a copy: the key goes with the entry
+    entries.erase(key);
+}
+
+void MethodIndex::Clear() noexcept {
+    entries.clear();
+    listed.clear();
+    total = 0;
+}
+
+const MethodIndexEntry* MethodIndex::Find(const Hash128& hash) const {
+    const auto found = entries.find(hash);
+    return found == entries.end() ? nullptr : &found->second;
+}
