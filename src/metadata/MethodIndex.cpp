@@ -34,7 +34,7 @@ void MethodIndex::ExpectMore(int32_t itemMethods, int32_t itemsLeft) {
 
 void MethodIndex::Add(QuarnDebugMetadata& item) {
     const int32_t count = std::max(item.methodCount, 0);
-    item.methodEntries.assign(static_cast<size_t>(count), nullptr);
+    item.methodRefs.assign(static_cast<size_t>(count), MethodIndexRef{});
     if (listed.capacity() - listed.size() < static_cast<size_t>(count)) {
         // Geometric growth: items arrive one at a time.
         listed.reserve(std::max(listed.size() + static_cast<size_t>(count), listed.capacity() * 2));
@@ -43,11 +43,11 @@ void MethodIndex::Add(QuarnDebugMetadata& item) {
     int32_t added = 0;
     try {
         for (; added < count; ++added) {
-            AddHolder(item.methodHashes[added], {&item, added}, item.methodEntries[added]);
+            AddHolder(item.methodHashes[added], {&item, added}, item.methodRefs[added]);
         }
     } catch (...) {
         RemoveFirst(item, added);
-        item.methodEntries.clear();
+        item.methodRefs.clear();
         throw;
     }
     total += static_cast<uint32_t>(item.methodCount);
@@ -55,8 +55,7 @@ void MethodIndex::Add(QuarnDebugMetadata& item) {
 
 // Appends `holder` to the entry of `hash`, creating the entry (and its listed element) when the
 // hash is new. Changes nothing if it throws; `listed` has room for one more.
-void MethodIndex::AddHolder(const Hash128& hash, MethodLocation holder,
-                            MethodIndexEntry*& recorded) {
+void MethodIndex::AddHolder(const Hash128& hash, MethodLocation holder, MethodIndexRef& recorded) {
     auto [node, inserted] = entries.try_emplace(hash);
     MethodIndexEntry& entry = node->second;
     if (inserted) {
@@ -64,42 +63,78 @@ void MethodIndex::AddHolder(const Hash128& hash, MethodLocation holder,
         entry.first = holder;
         entry.slot = static_cast<uint32_t>(listed.size());
         listed.push_back({holder, &entry});
-    } else {
-        if (entry.more == nullptr) {
-            entry.more = std::make_unique<std::vector<MethodLocation>>();
-        }
-        entry.more->push_back(holder);
+        recorded = {&entry, MethodIndexRef::kFirstHolder};
+        return;
     }
-    recorded = &entry;
+    if (entry.more == nullptr) {
+        entry.more = std::make_unique<std::vector<MethodLocation>>();
+    }
+    entry.more->push_back(holder);
+    recorded = {&entry, static_cast<uint32_t>(entry.more->size() - 1)};
 }
 
 void MethodIndex::Remove(QuarnDebugMetadata& item) noexcept {
-    RemoveFirst(item, static_cast<int32_t>(item.methodEntries.size()));
-    item.methodEntries.clear();
+    RemoveFirst(item, static_cast<int32_t>(item.methodRefs.size()));
+    item.methodRefs.clear();
     total -= static_cast<uint32_t>(item.methodCount);
 }
 
 void MethodIndex::RemoveFirst(QuarnDebugMetadata& item, int32_t count) noexcept {
     for (int32_t k = 0; k < count; ++k) {
-        RemoveHolder(*item.methodEntries[k], {&item, k});
+        RemoveHolder(item.methodRefs[k]);
     }
 }
 
-// Removes one holder. When it was the answering one the next holder answers; when it was the
-// last one the entry goes.
-void MethodIndex::RemoveHolder(MethodIndexEntry& entry, MethodLocation holder) noexcept {
-    std::vector<MethodLocation>* more = entry.more.get();
-    if (entry.first != holder) {
-        more->erase(std::find(more->begin(), more->end(), holder));
+// Removes one holder. When it was the answering one the next live holder answers; when it was
+// the last one the entry goes.
+void MethodIndex::RemoveHolder(MethodIndexRef ref) noexcept {
+    MethodIndexEntry& entry = *ref.entry;
+    if (ref.position == MethodIndexRef::kFirstHolder) {
+        PromoteNextHolder(entry);
         return;
     }
-    if (more == nullptr || more->empty()) {
+    (*entry.more)[ref.position].item = nullptr;
+    ++entry.removed;
+    CompactLaterHolders(entry);
+}
+
+void MethodIndex::PromoteNextHolder(MethodIndexEntry& entry) noexcept {
+    std::vector<MethodLocation>* more = entry.more.get();
+    const size_t size = more == nullptr ? 0 : more->size();
+    while (entry.liveFrom < size && (*more)[entry.liveFrom].item == nullptr) {
+        ++entry.liveFrom;
+    }
+    if (entry.liveFrom == size) {
         EraseEntry(entry);
         return;
     }
-    entry.first = more->front();
-    more->erase(more->begin());
+    MethodLocation& next = (*more)[entry.liveFrom];
+    entry.first = next;
+    next.item->methodRefs[next.methodIndex].position = MethodIndexRef::kFirstHolder;
+    next.item = nullptr;
+    ++entry.removed;
+    ++entry.liveFrom;
     listed[entry.slot].location = entry.first;
+    CompactLaterHolders(entry);
+}
+
+// Once the marked holders are half of `more`, moves the live ones together, in order, and tells
+// each item its holder's new position. In place: nothing is allocated.
+void MethodIndex::CompactLaterHolders(MethodIndexEntry& entry) noexcept {
+    std::vector<MethodLocation>& more = *entry.more;
+    if (entry.removed * 2 < more.size()) {
+        return;
+    }
+    size_t kept = 0;
+    for (const MethodLocation& holder : more) {
+        if (holder.item != nullptr) {
+            holder.item->methodRefs[holder.methodIndex].position = static_cast<uint32_t>(kept);
+            more[kept++] = holder;
+        }
+    }
+    more.resize(kept);
+    entry.removed = 0;
+    entry.liveFrom = 0;
 }
 
 // Moves the last listed element into the entry's slot, then erases the entry.

@@ -19,24 +19,20 @@ struct MethodLocation {
 };
 
 // One distinct method hash. Its holders are every (item, index) whose method has the hash, in
-// registration order (a hash repeated within an item is held once per repetition); the first
-// holder answers for the method.
+// registration order (a hash repeated within an item is held once per repetition): `first`, then
+// the live elements of `more`. The first holder answers for the method. A holder removed from
+// `more` is only marked (null item) so that no other holder moves; the marks are compacted away
+// once they are half of `more`, which keeps every removal O(1) amortized however many items share
+// the hash.
 struct MethodIndexEntry {
     const Hash128* key = nullptr;                       // the map's own key
     MethodLocation first{};                             // the answering holder
     std::unique_ptr<std::vector<MethodLocation>> more;  // later holders; null while there are none
-    uint32_t slot = 0;                                  // position in MethodIndex::Listed()
+    uint32_t slot = 0;                                  // position in MethodIndex::ListedMethods()
+    uint32_t removed = 0;                               // marked holders in `more`
+    uint32_t liveFrom = 0;  // no live holder in `more` before this position
 };
 
-// The method side of the caches, updated by each item added or removed at the cost of that
-// item's methods alone. Invariants, after every Add and Remove:
-// - there is one entry per distinct method hash over the registered items, holding exactly the
-//   (item, index) pairs of those items, in registration order (the per-hash item lists);
-// - Listed() holds one element per entry, at the entry's `slot`, whose location is the entry's
-//   first holder: the method list and the answer come from a registered item;
-// - item.methodEntries[k] is the entry of the item's method k, so removal reads our memory only;
-// - Total() is the 32-bit wrapping sum of the registered items' method counts.
-// Not thread-safe: the handling object calls it with its mutex held.
 class MethodIndex {
   public:
     struct Listed {
@@ -66,14 +62,18 @@ class MethodIndex {
         visit(entry.first);
         if (entry.more != nullptr) {
             for (const MethodLocation& location : *entry.more) {
-                visit(location);
+                if (location.item != nullptr) {
+                    visit(location);
+                }
             }
         }
     }
 
   private:
-    void AddHolder(const Hash128& hash, MethodLocation holder, MethodIndexEntry*& recorded);
-    void RemoveHolder(MethodIndexEntry& entry, MethodLocation holder) noexcept;
+    void AddHolder(const Hash128& hash, MethodLocation holder, MethodIndexRef& recorded);
+    void RemoveHolder(MethodIndexRef ref) noexcept;
+    void PromoteNextHolder(MethodIndexEntry& entry) noexcept;
+    static void CompactLaterHolders(MethodIndexEntry& entry) noexcept;
     void EraseEntry(MethodIndexEntry& entry) noexcept;
     void RemoveFirst(QuarnDebugMetadata& item, int32_t count) noexcept;
 

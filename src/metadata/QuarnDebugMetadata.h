@@ -43,6 +43,14 @@ static_assert(sizeof(Md5Digest) == 16);
 struct MethodIndexEntry;
 struct FileNameEntry;
 
+// Where one method of an item is held in the method index: its entry, and its position among
+// the entry's later holders (kFirstHolder when it is the entry's first holder).
+struct MethodIndexRef {
+    static constexpr uint32_t kFirstHolder = UINT32_MAX;
+    MethodIndexEntry* entry;
+    uint32_t position;
+};
+
 // One accepted item of a compiled library. The pointers designate the library's own memory,
 // valid while it stays loaded; the record is owned by the handling object (lifetime rules in
 // RecordLifetimes.h).
@@ -63,16 +71,16 @@ struct QuarnDebugMetadata {
 
     // Bookkeeping in our own memory, so that dropping the item never reads the library (which
     // the host may already have closed, or whose tables may have changed since).
-    std::vector<MethodIndexEntry*> methodEntries;  // per method k: its entry in the method index
-    std::vector<FileNameEntry*> fileEntries;       // per file f: its entry in the name index
-    uint64_t registeredInBatch = 0;                // handle batch current at registration
-    QuarnDebugMetadata* nextRetired = nullptr;     // link in the retired list
+    std::vector<MethodIndexRef> methodRefs;     // per method k: where the method index holds it
+    std::vector<FileNameEntry*> fileEntries;    // per file f: its entry in the name index
+    uint64_t registeredInBatch = 0;             // handle batch current at registration
+    QuarnDebugMetadata* nextRetired = nullptr;  // link in the retired list
 
     // Name of file f: stringTable + fileNameOffsets[f], or the empty name without a table.
     const char* FileName(int32_t file) const;
     // Releases the index bookkeeping of an item that left the registry.
     void ForgetIndexEntries() noexcept {
-        std::vector<MethodIndexEntry*>().swap(methodEntries);
+        std::vector<MethodIndexRef>().swap(methodRefs);
         std::vector<FileNameEntry*>().swap(fileEntries);
     }
 };
