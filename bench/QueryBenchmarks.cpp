@@ -173,7 +173,7 @@ BENCHMARK(FetchFilesFloor)->Unit(benchmark::kMicrosecond);
 BENCHMARK(FetchDebugInfo);
 BENCHMARK(FetchDebugInfoFloor);
 BENCHMARK(IsFileQuarned)
-    ->ArgsProduct({{100, 10000}, {0, 1}})
+    ->ArgsProduct({{100, 10000, 100000}, {0, 1}})
     ->ArgNames({"files", "bare_name"})
     ->Unit(benchmark::kMicrosecond);
 

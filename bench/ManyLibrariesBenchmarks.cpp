@@ -1,0 +1,184 @@
+// A host's session: thousands of small compiled libraries loaded one at a time, one of them
+// reloaded, then unloaded. Each library is a distinct copy of the programmable fixture, opened
+// with dlopen and serving generated tables of two items of 50 methods.
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <random>
+#include <stdexcept>
+
+#include "BenchHandling.h"
+#include "GeneratedLibrary.h"
+
+namespace bench {
+
+namespace {
+
+constexpr int kFleetSize = 4002;  // the last one serves the combined tables
+constexpr int kMethodsPerLibrary = 100;
+
+// `count` distinct compiled libraries, each serving its own generated tables.
+class LibraryFleet {
+  public:
+    explicit LibraryFleet(int count) : directory(MakeDirectory()) {
+        const std::filesystem::path source =
+            std::filesystem::path(MDH_GENERATED_COMPILED_DIR) / "libfixture_programmable_0.so";
+        for (int i = 0; i < count; ++i) {
+            const auto copy = directory / ("libfleet_" + std::to_string(i) + ".so");
+            std::filesystem::copy_file(source, copy);
+            void* handle = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
+            if (handle == nullptr) {
+                throw std::runtime_error(dlerror());
+            }
+            auto program = reinterpret_cast<void (*)(const quarn_debug_library*)>(
+                dlsym(handle, "programmable_set_library"));
+            tables.push_back(std::make_unique<generated::GeneratedLibrary>(
+                generated::LibraryShape{.methodCount = kMethodsPerLibrary,
+                                        .seed = static_cast<uint64_t>(i) + 1,
+                                        .methodsPerItem = {50, 50}}));
+            program(tables.back()->Description());
+            handles.push_back(handle);
+        }
+        std::filesystem::remove_all(directory);  // the opened copies stay mapped
+        for (const auto& library : tables) {
+            allItems.insert(allItems.end(), library->Items().begin(), library->Items().end());
+        }
+        combined = {QUARN_DEBUG_FORMAT_VERSION, allItems.size(), allItems.data()};
+    }
+
+    void* Handle(int i) const { return handles[static_cast<size_t>(i)]; }
+    // Every item of the first `count` libraries, described as one library.
+    const quarn_debug_library* Combined(int count) {
+        combined.itemCount = static_cast<uint64_t>(count) * tables.front()->Items().size();
+        return &combined;
+    }
+    int32_t MethodsOf(int count) const { return count * kMethodsPerLibrary; }
+
+  private:
+    static std::filesystem::path MakeDirectory() {
+        auto path =
+            std::filesystem::temp_directory_path() / ("mdh_fleet_" + std::to_string(getpid()));
+        std::filesystem::create_directories(path);
+        return path;
+    }
+
+    std::filesystem::path directory;
+    std::vector<std::unique_ptr<generated::GeneratedLibrary>> tables;
+    std::vector<void*> handles;  // never closed: the process ends with the benchmarks
+    std::vector<quarn_debug_item> allItems;
+    quarn_debug_library combined{};
+};
+
+LibraryFleet& Fleet() {
+    static LibraryFleet fleet(kFleetSize);
+    return fleet;
+}
+
+// A handling object with the first `count` libraries of the fleet loaded one by one.
+std::unique_ptr<MonoDebuggerHandling> WithLibraries(int count) {
+    std::unique_ptr<MonoDebuggerHandling> handling = NewHandling();
+    for (int i = 0; i < count; ++i) {
+        handling->ProcessLibraryMetadata(Fleet().Handle(i));
+    }
+    return handling;
+}
+
+// One more library loaded into a handle that holds `loaded` others (then unloaded, untimed).
+void LoadAmong(benchmark::State& state) {
+    const auto loaded = static_cast<int>(state.range(0));
+    auto handling = WithLibraries(loaded);
+    void* extra = Fleet().Handle(loaded);
+    for (auto _ : state) {
+        handling->ProcessLibraryMetadata(extra);
+        state.PauseTiming();
+        handling->UnloadLibraryMetadata(extra);
+        state.ResumeTiming();
+    }
+    state.counters["per_method"] = TimePer(kMethodsPerLibrary);
+}
+
+// A random one of `loaded` libraries unloaded (then loaded again, untimed).
+void UnloadAmong(benchmark::State& state) {
+    const auto loaded = static_cast<int>(state.range(0));
+    auto handling = WithLibraries(loaded);
+    std::mt19937 random(3);
+    for (auto _ : state) {
+        void* library = Fleet().Handle(std::uniform_int_distribution<int>(0, loaded - 1)(random));
+        handling->UnloadLibraryMetadata(library);
+        state.PauseTiming();
+        handling->ProcessLibraryMetadata(library);
+        state.ResumeTiming();
+    }
+    state.counters["per_method"] = TimePer(kMethodsPerLibrary);
+}
+
+// One of `loaded` libraries loaded again: each of its items replaces its earlier copy.
+void ReloadAmong(benchmark::State& state) {
+    const auto loaded = static_cast<int>(state.range(0));
+    auto handling = WithLibraries(loaded);
+    void* library = Fleet().Handle(loaded / 2);
+    for (auto _ : state) {
+        handling->ProcessLibraryMetadata(library);
+    }
+    state.counters["per_method"] = TimePer(kMethodsPerLibrary);
+}
+
+// The first `count` libraries loaded one by one into a fresh handle.
+void LoadOneByOne(benchmark::State& state) {
+    const auto count = static_cast<int>(state.range(0));
+    OnFreshHandling(
+        state, [](MonoDebuggerHandling&) {},
+        [&](MonoDebuggerHandling& handling) {
+            for (int i = 0; i < count; ++i) {
+                handling.ProcessLibraryMetadata(Fleet().Handle(i));
+            }
+        });
+    state.counters["per_method"] = TimePer(Fleet().MethodsOf(count));
+}
+
+// The same items served as one library and loaded at once.
+void LoadAsOneLibrary(benchmark::State& state) {
+    const auto count = static_cast<int>(state.range(0));
+    void* library = Fleet().Handle(kFleetSize - 1);
+    auto program = reinterpret_cast<void (*)(const quarn_debug_library*)>(
+        dlsym(library, "programmable_set_library"));
+    program(Fleet().Combined(count));
+    OnFreshHandling(
+        state, [](MonoDebuggerHandling&) {},
+        [&](MonoDebuggerHandling& handling) { handling.ProcessLibraryMetadata(library); });
+    state.counters["per_method"] = TimePer(Fleet().MethodsOf(count));
+}
+
+}  // namespace
+
+BENCHMARK(LoadAmong)
+    ->ArgName("loaded")
+    ->Arg(0)
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(1000)
+    ->Arg(4000)
+    ->Iterations(200)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(UnloadAmong)
+    ->ArgName("loaded")
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(1000)
+    ->Arg(4000)
+    ->Iterations(200)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(ReloadAmong)->ArgName("loaded")->Arg(1)->Arg(2000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(LoadOneByOne)
+    ->ArgName("libraries")
+    ->Arg(2000)
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(LoadAsOneLibrary)
+    ->ArgName("libraries")
+    ->Arg(2000)
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace bench
