@@ -1,3 +1,4 @@
+// Registering and forgetting compiled entry points (register_entry, library_unloaded).
 #include "plugin/MonoDebuggerHandling.h"
 
 using logfmt::Ptr;

@@ -1,3 +1,5 @@
+// Values of the shared names; the query symbol is taken from the producer header so compiled
+// libraries and the library spell it alike.
 #include "plugin/Constants.h"
 
 #include "quarn_debug_producer.h"

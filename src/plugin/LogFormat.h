@@ -1,3 +1,6 @@
+// Log line assembly, header-only because every member file logs. One place decides how each
+// number is printed, since existing log readers parse those formats.
+
 #pragma once
 
 #include <charconv>

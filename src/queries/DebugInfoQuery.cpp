@@ -1,3 +1,5 @@
+// fetchDebugInfo: a method's files, digests and sequence points, each field gated by the client's
+// protocol version.
 #include "plugin/MonoDebuggerHandling.h"
 #include "queries/ProtocolVersion.h"
 

@@ -1,3 +1,5 @@
+// fetchMethods, which issues a fresh generation of method handles, and the check that a handle
+// the debugger passes back belongs to the current one.
 #include "plugin/MonoDebuggerHandling.h"
 
 using logfmt::Int;
@@ -27,7 +29,7 @@ void MonoDebuggerHandling::QuarnFetchMethods(void* buffer, void* idContext, int 
         const auto token = static_cast<uint32_t>(kFirstMethodToken + methodCache.size());
         MethodCacheEntry* entry =
             methodCache.Add({location.first, methodCacheGeneration, location.second, token});
-        // The index is printed twice, as the log always had it.
+        // The index is printed twice: existing log readers expect both fields.
         Log(3, "        CacheEntry : ", Int{location.second}, " ", Int{location.second}, " ",
             Int{static_cast<int32_t>(token)}, " ", logfmt::ULong{methodCacheGeneration});
         callbacks->writeMethodId(buffer, idContext, idArgument, entry);
