@@ -152,16 +152,25 @@ static inline uint64_t quarn_debug_answer(const quarn_debug_library* library, ui
 }
 #endif
 
+/* The plug-in reads these layouts in place, under its own names for the same types: pinned
+   here, byte for byte. */
 #ifdef __cplusplus
-static_assert(sizeof(quarn_method_debug_info) == 16, "MethodDebugInfo is 16 bytes");
-static_assert(sizeof(quarn_sequence_point) == 24, "SequencePoint is 24 bytes");
-static_assert(sizeof(quarn_hash128) == 16, "a hash is 16 bytes");
-static_assert(sizeof(quarn_md5) == 16, "a digest is 16 bytes");
+#define QUARN_STATIC_ASSERT static_assert
 #else
-_Static_assert(sizeof(quarn_method_debug_info) == 16, "MethodDebugInfo is 16 bytes");
-_Static_assert(sizeof(quarn_sequence_point) == 24, "SequencePoint is 24 bytes");
-_Static_assert(sizeof(quarn_hash128) == 16, "a hash is 16 bytes");
-_Static_assert(sizeof(quarn_md5) == 16, "a digest is 16 bytes");
+#define QUARN_STATIC_ASSERT _Static_assert
 #endif
+QUARN_STATIC_ASSERT(sizeof(quarn_hash128) == 16, "a hash is 16 bytes");
+QUARN_STATIC_ASSERT(offsetof(quarn_hash128, word1) == 8, "hash word1 at byte 8");
+QUARN_STATIC_ASSERT(sizeof(quarn_method_debug_info) == 16, "method info is 16 bytes");
+QUARN_STATIC_ASSERT(offsetof(quarn_method_debug_info, firstSequencePoint) == 4, "byte 4");
+QUARN_STATIC_ASSERT(offsetof(quarn_method_debug_info, fileCount) == 8, "byte 8");
+QUARN_STATIC_ASSERT(offsetof(quarn_method_debug_info, firstFile) == 12, "byte 12");
+QUARN_STATIC_ASSERT(sizeof(quarn_sequence_point) == 24, "sequence point is 24 bytes");
+QUARN_STATIC_ASSERT(offsetof(quarn_sequence_point, startLine) == 4, "byte 4");
+QUARN_STATIC_ASSERT(offsetof(quarn_sequence_point, startColumn) == 8, "byte 8");
+QUARN_STATIC_ASSERT(offsetof(quarn_sequence_point, endLine) == 12, "byte 12");
+QUARN_STATIC_ASSERT(offsetof(quarn_sequence_point, endColumn) == 16, "byte 16");
+QUARN_STATIC_ASSERT(offsetof(quarn_sequence_point, file) == 20, "byte 20");
+QUARN_STATIC_ASSERT(sizeof(quarn_md5) == 16, "a digest is 16 bytes");
 
 #endif /* QUARN_DEBUG_PRODUCER_H */

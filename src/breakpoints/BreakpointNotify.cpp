@@ -1,3 +1,5 @@
+// The debugger side's breakpoint notifications: which entry points a set or removed breakpoint
+// switches to managed code and back.
 #include "plugin/MonoDebuggerHandling.h"
 
 using logfmt::Ptr;

@@ -1,7 +1,6 @@
-#include "plugin/MonoDebuggerHandling.h"
-
 // Read-only hooks through which a test on the debugger side checks the bookkeeping. Each
 // holds the lock for its whole body and writes nothing on failure.
+#include "plugin/MonoDebuggerHandling.h"
 
 // Copies the hash that `read` picks from a valid handle's entry and item, under the lock;
 // returns 0 and leaves `result` alone for an invalid handle.

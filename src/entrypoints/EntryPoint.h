@@ -1,3 +1,6 @@
+// What the library keeps of one registered entry point, and the stub and callback conventions it
+// shares with the host.
+
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
-// Registering a host's compiled entry points and removing a library's ones.
+// Registering compiled entry points and forgetting a library's ones (register_entry,
+// library_unloaded), touching only the entry hashes that library registered under.
 #include <algorithm>
 
 #include "plugin/MonoDebuggerHandling.h"

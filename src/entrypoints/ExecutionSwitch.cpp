@@ -1,3 +1,5 @@
+// Switching an entry point between quarned and managed code: the stub word swap and the host
+// callback, both driven by whether a breakpoint holds the entry point's hash.
 #include "plugin/MonoDebuggerHandling.h"
 
 using logfmt::Int;

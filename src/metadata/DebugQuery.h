@@ -3,24 +3,7 @@
 #include <cstdint>
 
 #include "metadata/QuarnDebugMetadata.h"
-
-// Field codes of the debug query function of a compiled library.
-enum class DebugQueryField : uint64_t {
-    MethodCount = 0,
-    FileCount = 1,
-    AuxCount = 2,
-    MethodFileIndices = 3,
-    Methods = 4,
-    FileNameOffsets = 5,
-    StringTable = 6,
-    SequencePoints = 7,
-    Hash = 8,
-    MethodHashes = 9,
-    FileMD5Indices = 10,
-    MD5Hashes = 11,
-};
-
-inline constexpr uint32_t kDebugFormatVersion = 0x20000;
+#include "metadata/WireFormat.h"
 
 // "quarn.debug_query": (item, field) -> value; item 0 is the header.
 using DebugQueryFunction = uint64_t (*)(uint64_t item, uint64_t field);

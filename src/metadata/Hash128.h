@@ -5,6 +5,9 @@
 #include <functional>
 #include <string>
 
+#include "mono_debugger_handling.h"
+#include "quarn_debug_producer.h"
+
 // 128-bit identifier of compiled items, methods and entry points. Its 16 bytes (word0 first,
 // little-endian) are read in place from compiled libraries, copied out of the test hooks and
 // passed by value to register_entry as two 64-bit arguments.
@@ -21,10 +24,13 @@ struct Hash128 {
     std::string ToString() const;
 };
 
-// Layout shared with compiled libraries and with mdh_hash128 of the public header.
-static_assert(sizeof(Hash128) == 16);
-static_assert(offsetof(Hash128, word0) == 0);
-static_assert(offsetof(Hash128, word1) == 8);
+// The same 16 bytes are quarn_hash128 in compiled libraries and mdh_hash128 at the exports and
+// the test hooks, which are read or copied as a Hash128: the three layouts must agree.
+static_assert(sizeof(Hash128) == sizeof(quarn_hash128) && sizeof(Hash128) == sizeof(mdh_hash128));
+static_assert(offsetof(Hash128, word0) == offsetof(quarn_hash128, word0) &&
+              offsetof(Hash128, word0) == offsetof(mdh_hash128, word0));
+static_assert(offsetof(Hash128, word1) == offsetof(quarn_hash128, word1) &&
+              offsetof(Hash128, word1) == offsetof(mdh_hash128, word1));
 
 // The one hash of every Hash128-keyed container: word0 * 397 XOR word1, wrapping. Kept to a
 // single multiply and XOR since it runs on every lookup made under the handling object's lock.

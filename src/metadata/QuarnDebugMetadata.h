@@ -5,40 +5,7 @@
 #include <vector>
 
 #include "metadata/Hash128.h"
-
-// Layouts read in place from compiled libraries (they must match quarn_debug_producer.h).
-
-// Element k of an item's method array describes method k.
-struct MethodDebugInfo {
-    int32_t sequencePointCount;
-    int32_t firstSequencePoint;  // index into the item's sequence points
-    int32_t fileCount;
-    int32_t firstFile;  // index into the item's method file index list
-};
-static_assert(sizeof(MethodDebugInfo) == 16);
-static_assert(offsetof(MethodDebugInfo, firstSequencePoint) == 4);
-static_assert(offsetof(MethodDebugInfo, fileCount) == 8);
-static_assert(offsetof(MethodDebugInfo, firstFile) == 12);
-
-struct SequencePoint {
-    int32_t ilOffset;
-    int32_t startLine;
-    int32_t startColumn;
-    int32_t endLine;
-    int32_t endColumn;
-    int32_t file;  // index into the method's own file list; passed to the debugger unchanged
-};
-static_assert(sizeof(SequencePoint) == 24);
-static_assert(offsetof(SequencePoint, startLine) == 4);
-static_assert(offsetof(SequencePoint, startColumn) == 8);
-static_assert(offsetof(SequencePoint, endLine) == 12);
-static_assert(offsetof(SequencePoint, endColumn) == 16);
-static_assert(offsetof(SequencePoint, file) == 20);
-
-struct Md5Digest {
-    unsigned char bytes[16];
-};
-static_assert(sizeof(Md5Digest) == 16);
+#include "metadata/WireFormat.h"
 
 struct MethodIndexEntry;
 struct FileNameEntry;

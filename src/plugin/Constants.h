@@ -1,3 +1,6 @@
+// Names the library shares with its peers (log file, query symbol, command string fields, log
+// switch), kept together because each must match the peer that reads it byte for byte.
+
 #pragma once
 
 #include <string>

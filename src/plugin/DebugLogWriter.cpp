@@ -1,3 +1,5 @@
+// Opening, separating and writing the log file; every failure is silent so that logging can
+// never disturb the host.
 #include "plugin/DebugLogWriter.h"
 
 #include <sys/stat.h>

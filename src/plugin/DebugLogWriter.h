@@ -1,3 +1,6 @@
+// The log file behind the handling object's Log calls, kept apart from the object because the
+// file outlives it: it stays open until the process ends.
+
 #pragma once
 
 #include <fstream>

@@ -1,6 +1,10 @@
+// Log line assembly, header-only because every member file logs. One place decides how each
+// number is printed, since existing log readers parse those formats.
+
 #pragma once
 
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -26,6 +30,18 @@ struct ULong {  // "%lu"
 
 inline Long Ptr(const void* pointer) {
     return {static_cast<int64_t>(reinterpret_cast<intptr_t>(pointer))};
+}
+
+// Two upper-case hexadecimal digits per byte, in memory order.
+inline std::string UpperHex(const void* bytes, size_t size) {
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    const auto* byte = static_cast<const unsigned char*>(bytes);
+    std::string text(2 * size, '0');
+    for (size_t i = 0; i < size; ++i) {
+        text[2 * i] = kDigits[byte[i] >> 4];
+        text[2 * i + 1] = kDigits[byte[i] & 0x0F];
+    }
+    return text;
 }
 
 template <class Integer>

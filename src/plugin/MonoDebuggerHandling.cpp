@@ -1,3 +1,5 @@
+// Life of the handling object: construction (callbacks record, trampolines, command string, log),
+// destruction and shut-down.
 #include "plugin/MonoDebuggerHandling.h"
 
 #include <cstdlib>

@@ -1,3 +1,5 @@
+// fetchDebugInfo: a method's files, digests and sequence points, each field gated by the client's
+// protocol version.
 #include "plugin/MonoDebuggerHandling.h"
 #include "queries/ProtocolVersion.h"
 
@@ -96,11 +98,5 @@ void MonoDebuggerHandling::LogMD5Hash(int level, const char* prefix, const unsig
     if (!Logging()) {
         return;
     }
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    char hex[2 * kDigestSize];
-    for (size_t i = 0; i < kDigestSize; ++i) {
-        hex[2 * i] = kDigits[digest[i] >> 4];
-        hex[2 * i + 1] = kDigits[digest[i] & 0x0F];
-    }
-    Log(level, prefix, std::string_view(hex, sizeof hex));
+    Log(level, prefix, logfmt::UpperHex(digest, kDigestSize));
 }

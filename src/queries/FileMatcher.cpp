@@ -1,3 +1,4 @@
+// Byte comparison and the suffix and base-name tests of FileNameMatches.
 #include "queries/FileMatcher.h"
 
 #include <cctype>

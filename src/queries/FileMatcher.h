@@ -1,3 +1,6 @@
+// Whether a debugger's source path stands for a known file. A free function, so the inspector
+// and the fuzzer run the plug-in's own rules without a handling object.
+
 #pragma once
 
 #include <string_view>

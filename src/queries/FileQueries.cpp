@@ -1,3 +1,4 @@
+// isFileQuarned and fetchFiles: the debugger side's questions about source files.
 #include <cstring>
 
 #include "plugin/MonoDebuggerHandling.h"

@@ -1,3 +1,5 @@
+// fetchMethodInfo, fetchParamInfo and fetchMethodName: the fixed attributes, empty signature and
+// empty name that every compiled method reports.
 #include "plugin/MonoDebuggerHandling.h"
 #include "queries/ProtocolVersion.h"
 

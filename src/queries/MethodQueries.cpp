@@ -1,3 +1,5 @@
+// fetchMethods, which issues a fresh generation of method handles, and the check that a handle
+// the debugger passes back belongs to the current one.
 #include "plugin/MonoDebuggerHandling.h"
 
 using logfmt::Int;

@@ -1,3 +1,5 @@
+// The version test that gates every optional reply field, shared by the fetch queries.
+
 #pragma once
 
 // The debugger client's protocol version as the fetch queries receive it. A reply field added

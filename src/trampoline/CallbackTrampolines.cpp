@@ -1,3 +1,5 @@
+// The one place that decides which wrapper, with how many arguments, each library slot of the
+// callbacks record gets, and therefore where each trampoline lands in the code buffer.
 #include "plugin/MonoDebuggerHandling.h"
 
 namespace {

@@ -1,7 +1,6 @@
-#include "plugin/MonoDebuggerHandling.h"
-
 // C-level wrappers: plain functions a trampoline can call, each forwarding its arguments
 // unchanged to the member of the same name without the leading C.
+#include "plugin/MonoDebuggerHandling.h"
 
 void MonoDebuggerHandling::CQuarnFinishSetup(MonoDebuggerHandling* self) {
     self->QuarnFinishSetup();

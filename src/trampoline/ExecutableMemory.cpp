@@ -1,3 +1,4 @@
+// The mmap-backed executable memory behind the jit_ exports and the trampoline buffer.
 #include "trampoline/ExecutableMemory.h"
 
 #include <sys/mman.h>

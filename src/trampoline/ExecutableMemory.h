@@ -1,12 +1,15 @@
+// Executable memory for the host's code (through the jit_ exports) and for the trampolines; one
+// allocator, so both share the same permissions and the same trade-off.
+
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-// Memory that is readable, writable and executable at once, for the host's code (through the
-// jit_ exports) and for the trampolines. Keeping all three permissions means no write bracket is
-// needed, at the price of refusing hardened kernels (deny_execmem, MemoryDenyWriteExecute),
-// where the mapping fails. The result of mmap is passed on unchecked: MAP_FAILED, not null.
+// The memory is readable, writable and executable at once. Keeping all three permissions means
+// no write bracket is needed, at the price of refusing hardened kernels (deny_execmem,
+// MemoryDenyWriteExecute), where the mapping fails. The result of mmap is passed on unchecked:
+// MAP_FAILED, not null.
 void* JitAllocateMemory(size_t size);
 void JitBeginWriteToMemory();
 void JitWriteToMemory(uint8_t* destination, const void* source, size_t size);

@@ -1,3 +1,5 @@
+// The trampolines' x86-64 byte patterns, each beside the instruction it encodes, and the buffer
+// that appends them.
 #include "trampoline/JITBuffer.h"
 
 #include <cstring>

@@ -1,3 +1,5 @@
+// The trampolines' code buffer: the only place where the library itself writes machine code.
+
 #pragma once
 
 #include <cstddef>

@@ -1,3 +1,6 @@
+// Trampoline generation, header-only because it is a template over the bound type (the handling
+// object in the library, plain numbers in the tests).
+
 #pragma once
 
 #include "trampoline/JITBuffer.h"
