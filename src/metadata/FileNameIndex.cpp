@@ -49,20 +49,26 @@ void FileNameIndex::AddName(const char* text, FileNameEntry*& recorded) {
     FileNameEntry& entry = node->second;
     if (inserted) {
         const std::string& name = node->first;
+        entry.name = &name;
         const bool loose = IsLooseRelative(name);
+        std::vector<FileNameEntry*>* group = nullptr;
         try {
             if (loose && looseRelative.size() == looseRelative.capacity()) {
                 looseRelative.reserve(std::max<size_t>(4, looseRelative.capacity() * 2));
             }
-            byTail.emplace(TailKey(name), &name);
+            group = &byTail[TailKey(name)];
+            group->push_back(&entry);
         } catch (...) {
+            if (group != nullptr && group->empty()) {
+                byTail.erase(TailKey(name));
+            }
             names.erase(node);
             throw;
         }
+        entry.tailPosition = static_cast<uint32_t>(group->size() - 1);
         if (loose) {
             looseRelative.push_back(&name);  // room reserved above
         }
-        entry.name = &name;
     }
     ++entry.holders;
     recorded = &entry;
@@ -85,8 +91,14 @@ void FileNameIndex::RemoveName(FileNameEntry& entry) noexcept {
         return;
     }
     const std::string* name = entry.name;
-    auto [first, last] = byTail.equal_range(TailKey(*name));
-    byTail.erase(std::find_if(first, last, [&](const auto& e) { return e.second == name; }));
+    const auto group = byTail.find(TailKey(*name));
+    FileNameEntry* moved = group->second.back();
+    group->second[entry.tailPosition] = moved;
+    moved->tailPosition = entry.tailPosition;
+    group->second.pop_back();
+    if (group->second.empty()) {
+        byTail.erase(group);
+    }
     if (IsLooseRelative(*name)) {
         std::erase(looseRelative, name);
     }

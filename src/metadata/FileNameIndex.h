@@ -15,6 +15,7 @@
 struct FileNameEntry {
     const std::string* name = nullptr;  // the map's own key
     uint32_t holders = 0;               // files of registered items with this name
+    uint32_t tailPosition = 0;          // position in its group of `byTail`
 };
 
 // Invariants, after every Add and Remove:
@@ -61,7 +62,9 @@ class FileNameIndex {
     static bool FoldAgreesWithLocale();
 
     std::unordered_map<std::string, FileNameEntry> names;
-    std::unordered_multimap<uint64_t, const std::string*> byTail;  // folded tail hash -> name
+    // Folded tail hash -> the names with that tail; many names can share one ("Source0.cs" in
+    // every folder), so each entry knows its position and leaves its group in O(1).
+    std::unordered_map<uint64_t, std::vector<FileNameEntry*>> byTail;
     std::vector<const std::string*> looseRelative;
     uint32_t total = 0;
 };
@@ -76,10 +79,11 @@ bool FileNameIndex::Candidates(std::string_view path, bool ignoreCase, Visit vis
         }
         return false;
     }
-    const auto [first, last] = byTail.equal_range(TailKey(path));
-    for (auto it = first; it != last; ++it) {
-        if (visit(*it->second)) {
-            return true;
+    if (const auto group = byTail.find(TailKey(path)); group != byTail.end()) {
+        for (const FileNameEntry* entry : group->second) {
+            if (visit(*entry->name)) {
+                return true;
+            }
         }
     }
     if (path.find_first_of("/\\") == std::string_view::npos) {

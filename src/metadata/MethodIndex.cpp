@@ -26,7 +26,9 @@ void MethodIndex::ExpectMore(int32_t itemMethods, int32_t itemsLeft) {
     if (needed > capacity) {
         // The items left are expected to add half as many methods again as this one each, as
         // items differ in size. A reload finds its keys already there and seldom gets here.
-        const size_t expected = entries.size() + methods * static_cast<size_t>(itemsLeft) * 3 / 2;
+        // At least doubling, so libraries loaded one at a time do not rehash on every load.
+        const size_t expected = std::max(
+            entries.size() * 2, entries.size() + methods * static_cast<size_t>(itemsLeft) * 3 / 2);
         const size_t bound = std::max(needed * kGrowthFactorAhead, needed + kKeysAhead);
         entries.reserve(std::min(expected, bound));
     }
