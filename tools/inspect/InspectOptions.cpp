@@ -1,7 +1,5 @@
 #include "InspectOptions.h"
 
-#include <getopt.h>
-
 const char* const kInspectUsage =
     "usage: quarn-debug-inspect [--json] [--check] [--match PATH [--ignore-case]] LIB.so...\n"
     "\n"
@@ -19,36 +17,28 @@ const char* const kInspectUsage =
     "Exit status: 0 done, 1 problems found by --check, 2 bad input.\n";
 
 InspectOptions ParseInspectOptions(int argc, char** argv) {
-    static const option kLongOptions[] = {
-        {"help", no_argument, nullptr, 'h'},        {"json", no_argument, nullptr, 'j'},
-        {"check", no_argument, nullptr, 'c'},       {"ignore-case", no_argument, nullptr, 'i'},
-        {"match", required_argument, nullptr, 'm'}, {}};
     InspectOptions options;
-    opterr = 0;  // getopt stays quiet: every error is one BadInput
-    for (int option; (option = getopt_long(argc, argv, ":h", kLongOptions, nullptr)) != -1;) {
-        switch (option) {
-            case 'h':
-                options.help = true;
-                break;
-            case 'j':
-                options.json = true;
-                break;
-            case 'c':
-                options.check = true;
-                break;
-            case 'i':
-                options.ignoreCase = true;
-                break;
-            case 'm':
-                options.matchPath = optarg;
-                break;
-            case ':':
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument == "--help" || argument == "-h") {
+            options.help = true;
+        } else if (argument == "--json") {
+            options.json = true;
+        } else if (argument == "--check") {
+            options.check = true;
+        } else if (argument == "--ignore-case") {
+            options.ignoreCase = true;
+        } else if (argument == "--match") {
+            if (++i == argc) {
                 throw BadInput("--match needs a PATH");
-            default:
-                throw BadInput("unknown option '" + std::string(argv[optind - 1]) + "'");
+            }
+            options.matchPath = argv[i];
+        } else if (argument.rfind("--", 0) == 0) {
+            throw BadInput("unknown option '" + argument + "'");
+        } else {
+            options.libraries.push_back(argument);
         }
     }
-    options.libraries.assign(argv + optind, argv + argc);
     if (options.ignoreCase && !options.matchPath) {
         throw BadInput("--ignore-case applies to --match only");
     }

@@ -1,7 +1,5 @@
 #include "Options.h"
 
-#include <getopt.h>
-
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -32,6 +30,14 @@ int ParseInteger(const std::string& text, const std::string& what) {
     return static_cast<int>(value);
 }
 
+// The value after an option, which must be there.
+const std::string& ValueOf(const std::vector<std::string>& arguments, size_t& i) {
+    if (i + 1 >= arguments.size()) {
+        throw UsageError("option " + arguments[i] + " needs a value");
+    }
+    return arguments[++i];
+}
+
 }  // namespace
 
 BreakLocation ParseBreakLocation(const std::string& text) {
@@ -48,36 +54,21 @@ BreakLocation ParseBreakLocation(const std::string& text) {
 }
 
 SessionOptions ParseSessionOptions(int argc, char** argv) {
-    static const option kLongOptions[] = {{"help", no_argument, nullptr, 'h'},
-                                          {"library", required_argument, nullptr, 'l'},
-                                          {"break", required_argument, nullptr, 'b'},
-                                          {"log-level", required_argument, nullptr, 'v'},
-                                          {}};
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
     SessionOptions options;
-    opterr = 0;  // getopt stays quiet: every error is one UsageError
-    for (int option; (option = getopt_long(argc, argv, ":h", kLongOptions, nullptr)) != -1;) {
-        const std::string given = argv[optind - 1];
-        switch (option) {
-            case 'h':
-                options.help = true;
-                break;
-            case 'l':
-                options.libraries.push_back(optarg);
-                break;
-            case 'b':
-                options.breakpoints.push_back(ParseBreakLocation(optarg));
-                break;
-            case 'v':
-                options.logLevel = ParseInteger(optarg, "--log-level");
-                break;
-            case ':':
-                throw UsageError("option " + given + " needs a value");
-            default:
-                throw UsageError("unknown argument '" + given + "'");
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& option = arguments[i];
+        if (option == "--help" || option == "-h") {
+            options.help = true;
+        } else if (option == "--library") {
+            options.libraries.push_back(ValueOf(arguments, i));
+        } else if (option == "--break") {
+            options.breakpoints.push_back(ParseBreakLocation(ValueOf(arguments, i)));
+        } else if (option == "--log-level") {
+            options.logLevel = ParseInteger(ValueOf(arguments, i), "--log-level");
+        } else {
+            throw UsageError("unknown argument '" + option + "'");
         }
-    }
-    if (optind < argc) {
-        throw UsageError("unknown argument '" + std::string(argv[optind]) + "'");
     }
     return options;
 }
