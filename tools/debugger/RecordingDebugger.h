@@ -39,7 +39,7 @@ struct ReplyBuffer {
 // std::runtime_error when the reply does not hold that kind next.
 class ReplyReader {
   public:
-    explicit ReplyReader(const ReplyBuffer& buffer) : replies(buffer.replies) {}
+    explicit ReplyReader(ReplyBuffer buffer) : replies(std::move(buffer.replies)) {}
 
     uint8_t TakeByte() { return static_cast<uint8_t>(Take(Reply::Kind::Byte).value); }
     int32_t TakeInt() { return static_cast<int32_t>(Take(Reply::Kind::Int).value); }
@@ -50,7 +50,7 @@ class ReplyReader {
   private:
     const Reply& Take(Reply::Kind kind);
 
-    const std::vector<Reply>& replies;
+    std::vector<Reply> replies;
     size_t next = 0;
 };
 

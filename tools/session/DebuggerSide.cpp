@@ -5,6 +5,20 @@
 using debugger_side::ReplyBuffer;
 using debugger_side::ReplyReader;
 
+namespace {
+
+// Runs a fetch query at kNewestProtocol; `leading` are its arguments between the buffer and the
+// version. The reader walks the recorded reply.
+template <class Query, class... Leading>
+ReplyReader AskAtNewestProtocol(Query query, Leading... leading) {
+    ReplyBuffer buffer;
+    query(&buffer, leading..., kNewestProtocol.versionKnown, kNewestProtocol.majorVersion,
+          kNewestProtocol.minorVersion);
+    return ReplyReader(std::move(buffer));
+}
+
+}  // namespace
+
 DebuggerSide::DebuggerSide(mdh_callbacks* record) : record(record) {
     debugger_side::InstallWriters(record);
     debugger_side::InstallShutdownAndFlush(record);
@@ -15,10 +29,7 @@ bool DebuggerSide::IsFileQuarned(const std::string& path, bool ignoreCase) const
 }
 
 std::vector<std::string> DebuggerSide::FetchFiles() const {
-    ReplyBuffer buffer;
-    record->fetchFiles(&buffer, 0, kNewestProtocol.versionKnown, kNewestProtocol.majorVersion,
-                       kNewestProtocol.minorVersion);
-    ReplyReader reply(buffer);
+    ReplyReader reply = AskAtNewestProtocol(record->fetchFiles, 0);
     std::vector<std::string> files(static_cast<size_t>(reply.TakeInt()));
     for (std::string& file : files) {
         file = reply.TakeString();
@@ -27,10 +38,7 @@ std::vector<std::string> DebuggerSide::FetchFiles() const {
 }
 
 std::vector<void*> DebuggerSide::FetchMethods() const {
-    ReplyBuffer buffer;
-    record->fetchMethods(&buffer, nullptr, 0, kNewestProtocol.versionKnown,
-                         kNewestProtocol.majorVersion, kNewestProtocol.minorVersion);
-    ReplyReader reply(buffer);
+    ReplyReader reply = AskAtNewestProtocol(record->fetchMethods, nullptr, 0);
     std::vector<void*> methods(static_cast<size_t>(reply.TakeInt()));
     for (void*& method : methods) {
         method = reply.TakeMethod();
@@ -39,10 +47,7 @@ std::vector<void*> DebuggerSide::FetchMethods() const {
 }
 
 MethodDebugInfoReply DebuggerSide::FetchDebugInfo(void* method) const {
-    ReplyBuffer buffer;
-    record->fetchDebugInfo(&buffer, method, kNewestProtocol.versionKnown,
-                           kNewestProtocol.majorVersion, kNewestProtocol.minorVersion);
-    ReplyReader reply(buffer);
+    ReplyReader reply = AskAtNewestProtocol(record->fetchDebugInfo, method);
     MethodDebugInfoReply info;
     info.codeSize = reply.TakeInt();
     info.files.resize(static_cast<size_t>(std::max(reply.TakeInt(), 0)));
@@ -65,10 +70,7 @@ MethodDebugInfoReply DebuggerSide::FetchDebugInfo(void* method) const {
 }
 
 uint32_t DebuggerSide::FetchMethodToken(void* method) const {
-    ReplyBuffer buffer;
-    record->fetchMethodInfo(&buffer, method, kNewestProtocol.versionKnown,
-                            kNewestProtocol.majorVersion, kNewestProtocol.minorVersion);
-    ReplyReader reply(buffer);
+    ReplyReader reply = AskAtNewestProtocol(record->fetchMethodInfo, method);
     reply.TakeInt();  // attributes
     reply.TakeInt();  // implementation flags
     return static_cast<uint32_t>(reply.TakeInt());
