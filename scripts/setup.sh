@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Installs what the build, the tests and the benchmarks need, when it is missing (Debian).
+# Installs what the build, the tools, the tests and the benchmarks need, when it is missing
+# (Debian).
 set -euo pipefail
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev
-          libbenchmark-dev pkg-config python3 binutils)
+          libbenchmark-dev nlohmann-json3-dev pkg-config python3 binutils)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
-#include "JsonWriter.h"
 #include "plugin/Constants.h"
 #include "queries/FileMatcher.h"
 
@@ -122,131 +122,98 @@ void PrintMatches(std::ostream& out, const LibraryReport& report, const InspectO
 
 // ---- JSON ---------------------------------------------------------------------------------
 
-void OptionalString(JsonWriter& json, const std::optional<std::string>& text) {
-    text ? json.String(*text) : json.Null();
+// Members keep the order they are added in.
+using Json = nlohmann::ordered_json;
+
+// A string, or null when there is none.
+Json OptionalText(const std::optional<std::string>& text) {
+    return text ? Json(*text) : Json();
 }
 
-void WriteJsonPoint(JsonWriter& json, const SequencePoint& point) {
-    json.BeginObject()
-        .Key("ilOffset")
-        .Number(point.ilOffset)
-        .Key("startLine")
-        .Number(point.startLine)
-        .Key("startColumn")
-        .Number(point.startColumn)
-        .Key("endLine")
-        .Number(point.endLine)
-        .Key("endColumn")
-        .Number(point.endColumn)
-        .Key("file")
-        .Number(point.file)
-        .EndObject();
+Json PointJson(const SequencePoint& point) {
+    return {{"ilOffset", point.ilOffset},       {"startLine", point.startLine},
+            {"startColumn", point.startColumn}, {"endLine", point.endLine},
+            {"endColumn", point.endColumn},     {"file", point.file}};
 }
 
-void WriteJsonMethod(JsonWriter& json, const InspectedMethod& method) {
-    json.BeginObject().Key("method").Number(method.index).Key("hash");
-    OptionalString(json, method.hash ? std::optional(method.hash->ToString()) : std::nullopt);
-    json.Key("sequencePointCount")
-        .Number(method.info.sequencePointCount)
-        .Key("firstSequencePoint")
-        .Number(method.info.firstSequencePoint)
-        .Key("fileCount")
-        .Number(method.info.fileCount)
-        .Key("firstFile")
-        .Number(method.info.firstFile)
-        .Key("files")
-        .BeginArray();
-    for (const int32_t file : MethodFiles(method)) {
-        json.Number(file);
-    }
-    json.EndArray().Key("sequencePoints").BeginArray();
+Json MethodJson(const InspectedMethod& method) {
+    Json points = Json::array();
     for (const SequencePoint& point : method.points.elements) {
-        WriteJsonPoint(json, point);
+        points.push_back(PointJson(point));
     }
-    json.EndArray().EndObject();
+    return {
+        {"method", method.index},
+        {"hash", OptionalText(method.hash ? std::optional(method.hash->ToString()) : std::nullopt)},
+        {"sequencePointCount", method.info.sequencePointCount},
+        {"firstSequencePoint", method.info.firstSequencePoint},
+        {"fileCount", method.info.fileCount},
+        {"firstFile", method.info.firstFile},
+        {"files", MethodFiles(method)},
+        {"sequencePoints", std::move(points)}};
 }
 
-void WriteJsonItem(JsonWriter& json, const InspectedItem& item) {
-    json.BeginObject().Key("item").Number(item.number).Key("hash");
-    OptionalString(json, item.hash ? std::optional(item.hash->ToString()) : std::nullopt);
-    json.Key("methodCount")
-        .Number(item.methodCount)
-        .Key("fileCount")
-        .Number(item.fileCount)
-        .Key("auxCount")
-        .Number(item.auxCount)
-        .Key("skippedByPlugin")
-        .Bool(item.SkippedByPlugin())
-        .Key("files")
-        .BeginArray();
+Json ItemJson(const InspectedItem& item) {
+    Json files = Json::array(), methods = Json::array();
     for (const InspectedFile& file : item.files) {
-        json.BeginObject().Key("file").Number(file.index).Key("name");
-        OptionalString(json, file.name);
-        json.Key("md5");
-        OptionalString(json, file.md5 ? std::optional(DigestText(*file.md5)) : std::nullopt);
-        json.EndObject();
+        files.push_back({{"file", file.index},
+                         {"name", OptionalText(file.name)},
+                         {"md5", OptionalText(file.md5 ? std::optional(DigestText(*file.md5))
+                                                       : std::nullopt)}});
     }
-    json.EndArray().Key("methods").BeginArray();
     for (const InspectedMethod& method : item.methods) {
-        WriteJsonMethod(json, method);
+        methods.push_back(MethodJson(method));
     }
-    json.EndArray().EndObject();
+    return {{"item", item.number},
+            {"hash", OptionalText(item.hash ? std::optional(item.hash->ToString()) : std::nullopt)},
+            {"methodCount", item.methodCount},
+            {"fileCount", item.fileCount},
+            {"auxCount", item.auxCount},
+            {"skippedByPlugin", item.SkippedByPlugin()},
+            {"files", std::move(files)},
+            {"methods", std::move(methods)}};
 }
 
-void WriteJsonProblems(JsonWriter& json, const std::vector<TableProblem>& problems) {
-    json.Key("problems").BeginArray();
+Json ProblemsJson(const std::vector<TableProblem>& problems) {
+    Json list = Json::array();
     for (const TableProblem& problem : problems) {
-        json.BeginObject()
-            .Key("item")
-            .Number(problem.item)
-            .Key("method")
-            .Number(problem.method)
-            .Key("field")
-            .String(problem.field)
-            .Key("message")
-            .String(problem.message)
-            .EndObject();
+        list.push_back({{"item", problem.item},
+                        {"method", problem.method},
+                        {"field", problem.field},
+                        {"message", problem.message}});
     }
-    json.EndArray();
+    return list;
 }
 
-void WriteJsonMatches(JsonWriter& json, const std::vector<FileMatch>& matches) {
-    json.Key("matches").BeginArray();
+Json MatchesJson(const std::vector<FileMatch>& matches) {
+    Json list = Json::array();
     for (const FileMatch& match : matches) {
-        json.BeginObject().Key("name").String(match.name).Key("places").BeginArray();
+        Json places = Json::array();
         for (const auto& [item, file] : match.places) {
-            json.BeginObject().Key("item").Number(item).Key("file").Number(file).EndObject();
+            places.push_back({{"item", item}, {"file", file}});
         }
-        json.EndArray().EndObject();
+        list.push_back({{"name", match.name}, {"places", std::move(places)}});
     }
-    json.EndArray();
+    return list;
 }
 
-void WriteJsonLibrary(JsonWriter& json, const LibraryReport& report,
-                      const InspectOptions& options) {
-    json.BeginObject()
-        .Key("path")
-        .String(report.path)
-        .Key("pluginReadsLibrary")
-        .Bool(report.pluginReadsLibrary)
-        .Key("version")
-        .Number(report.tables.version)
-        .Key("itemCount")
-        .Number(report.tables.itemCount);
+Json LibraryJson(const LibraryReport& report, const InspectOptions& options) {
+    Json library = {{"path", report.path},
+                    {"pluginReadsLibrary", report.pluginReadsLibrary},
+                    {"version", report.tables.version},
+                    {"itemCount", report.tables.itemCount}};
     if (DumpMode(options)) {
-        json.Key("items").BeginArray();
+        Json& items = library["items"] = Json::array();
         for (const InspectedItem& item : report.tables.items) {
-            WriteJsonItem(json, item);
+            items.push_back(ItemJson(item));
         }
-        json.EndArray();
     }
     if (options.check) {
-        WriteJsonProblems(json, report.problems);
+        library["problems"] = ProblemsJson(report.problems);
     }
     if (options.matchPath) {
-        WriteJsonMatches(json, report.matches);
+        library["matches"] = MatchesJson(report.matches);
     }
-    json.EndObject();
+    return library;
 }
 
 }  // namespace
@@ -321,10 +288,12 @@ void PrintText(std::ostream& out, const LibraryReport& report, const InspectOpti
 
 void PrintJson(std::ostream& out, const std::vector<LibraryReport>& reports,
                const InspectOptions& options) {
-    JsonWriter json(out);
-    json.BeginObject().Key("libraries").BeginArray();
+    Json libraries = Json::array();
     for (const LibraryReport& report : reports) {
-        WriteJsonLibrary(json, report, options);
+        libraries.push_back(LibraryJson(report, options));
     }
-    json.EndArray().EndObject();
+    // Text from compiled libraries is not necessarily UTF-8: invalid bytes become U+FFFD.
+    out << Json{{"libraries", std::move(libraries)}}.dump(-1, ' ', false,
+                                                          Json::error_handler_t::replace)
+        << "\n";
 }

@@ -1,80 +1,27 @@
 #include "DebuggerSide.h"
 
 #include <algorithm>
-#include <atomic>
-#include <stdexcept>
+
+using debugger_side::ReplyBuffer;
+using debugger_side::ReplyReader;
 
 namespace {
 
-std::atomic<int> flushRequests{0};
-std::atomic<int> shutdownNotifications{0};
-
-ReplyBuffer& BufferOf(void* buffer) {
-    return *static_cast<ReplyBuffer*>(buffer);
-}
-
-// The reply writers. The plug-in calls them while it holds its lock: they only append.
-void WriteByte(void* buffer, uint8_t value) {
-    BufferOf(buffer).Append({ReplyValue::Kind::Byte, value, {}, nullptr});
-}
-void WriteInt(void* buffer, int32_t value) {
-    BufferOf(buffer).Append({ReplyValue::Kind::Int, value, {}, nullptr});
-}
-void WriteId(void* buffer, int32_t id) {
-    BufferOf(buffer).Append({ReplyValue::Kind::Id, id, {}, nullptr});
-}
-void WriteString(void* buffer, const char* text) {
-    BufferOf(buffer).Append({ReplyValue::Kind::String, 0, text, nullptr});
-}
-void WriteMethodId(void* buffer, void*, int32_t, void* method) {
-    BufferOf(buffer).Append({ReplyValue::Kind::MethodId, 0, {}, method});
-}
-void NotifyShutdown() {
-    ++shutdownNotifications;
-}
-void FlushClientKnowledge() {
-    ++flushRequests;
-}
-
-const char* KindName(ReplyValue::Kind kind) {
-    switch (kind) {
-        case ReplyValue::Kind::Byte:
-            return "byte";
-        case ReplyValue::Kind::Int:
-            return "int";
-        case ReplyValue::Kind::Id:
-            return "id";
-        case ReplyValue::Kind::String:
-            return "string";
-        case ReplyValue::Kind::MethodId:
-            return "method id";
-    }
-    return "?";
+// Runs a fetch query at kNewestProtocol; `leading` are its arguments between the buffer and the
+// version. The reader walks the recorded reply.
+template <class Query, class... Leading>
+ReplyReader AskAtNewestProtocol(Query query, Leading... leading) {
+    ReplyBuffer buffer;
+    query(&buffer, leading..., kNewestProtocol.versionKnown, kNewestProtocol.majorVersion,
+          kNewestProtocol.minorVersion);
+    return ReplyReader(std::move(buffer));
 }
 
 }  // namespace
 
-const ReplyValue& ReplyBuffer::Take(ReplyValue::Kind kind) {
-    if (next >= values.size()) {
-        throw std::runtime_error(std::string("reply ended where a ") + KindName(kind) +
-                                 " was expected");
-    }
-    const ReplyValue& value = values[next++];
-    if (value.kind != kind) {
-        throw std::runtime_error(std::string("reply holds a ") + KindName(value.kind) +
-                                 " where a " + KindName(kind) + " was expected");
-    }
-    return value;
-}
-
 DebuggerSide::DebuggerSide(mdh_callbacks* record) : record(record) {
-    record->writeByte = WriteByte;
-    record->writeInt = WriteInt;
-    record->writeId = WriteId;
-    record->writeString = WriteString;
-    record->writeMethodId = WriteMethodId;
-    record->shutdownNotify = NotifyShutdown;
-    record->flushClientKnowledge = FlushClientKnowledge;
+    debugger_side::InstallWriters(record);
+    debugger_side::InstallShutdownAndFlush(record);
 }
 
 bool DebuggerSide::IsFileQuarned(const std::string& path, bool ignoreCase) const {
@@ -82,8 +29,7 @@ bool DebuggerSide::IsFileQuarned(const std::string& path, bool ignoreCase) const
 }
 
 std::vector<std::string> DebuggerSide::FetchFiles() const {
-    ReplyBuffer reply;
-    record->fetchFiles(&reply, 0, 1, kNewestProtocol.major, kNewestProtocol.minor);
+    ReplyReader reply = AskAtNewestProtocol(record->fetchFiles, 0);
     std::vector<std::string> files(static_cast<size_t>(reply.TakeInt()));
     for (std::string& file : files) {
         file = reply.TakeString();
@@ -92,8 +38,7 @@ std::vector<std::string> DebuggerSide::FetchFiles() const {
 }
 
 std::vector<void*> DebuggerSide::FetchMethods() const {
-    ReplyBuffer reply;
-    record->fetchMethods(&reply, nullptr, 0, 1, kNewestProtocol.major, kNewestProtocol.minor);
+    ReplyReader reply = AskAtNewestProtocol(record->fetchMethods, nullptr, 0);
     std::vector<void*> methods(static_cast<size_t>(reply.TakeInt()));
     for (void*& method : methods) {
         method = reply.TakeMethod();
@@ -102,8 +47,7 @@ std::vector<void*> DebuggerSide::FetchMethods() const {
 }
 
 MethodDebugInfoReply DebuggerSide::FetchDebugInfo(void* method) const {
-    ReplyBuffer reply;
-    record->fetchDebugInfo(&reply, method, 1, kNewestProtocol.major, kNewestProtocol.minor);
+    ReplyReader reply = AskAtNewestProtocol(record->fetchDebugInfo, method);
     MethodDebugInfoReply info;
     info.codeSize = reply.TakeInt();
     info.files.resize(static_cast<size_t>(std::max(reply.TakeInt(), 0)));
@@ -126,8 +70,7 @@ MethodDebugInfoReply DebuggerSide::FetchDebugInfo(void* method) const {
 }
 
 uint32_t DebuggerSide::FetchMethodToken(void* method) const {
-    ReplyBuffer reply;
-    record->fetchMethodInfo(&reply, method, 1, kNewestProtocol.major, kNewestProtocol.minor);
+    ReplyReader reply = AskAtNewestProtocol(record->fetchMethodInfo, method);
     reply.TakeInt();  // attributes
     reply.TakeInt();  // implementation flags
     return static_cast<uint32_t>(reply.TakeInt());
@@ -159,11 +102,4 @@ bool DebuggerSide::BreakpointSet(const mdh_hash128& entryHash) const {
 
 uint32_t DebuggerSide::EntryPointCount(const mdh_hash128& entryHash) const {
     return record->testFetchEntryPointCountForHash(&entryHash);
-}
-
-int DebuggerSide::FlushRequests() {
-    return flushRequests;
-}
-int DebuggerSide::ShutdownNotifications() {
-    return shutdownNotifications;
 }

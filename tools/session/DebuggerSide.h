@@ -5,44 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "RecordingDebugger.h"
 #include "mono_debugger_handling.h"
-
-// One value a reply writer received.
-struct ReplyValue {
-    enum class Kind { Byte, Int, Id, String, MethodId };
-    Kind kind;
-    int64_t number = 0;      // Byte, Int, Id
-    std::string text;        // String
-    void* method = nullptr;  // MethodId
-};
-
-// The reply buffer the debugger side hands to a query: the writers append to it, and the
-// debugger side takes the values back in the order the query wrote them.
-class ReplyBuffer {
-  public:
-    void Append(ReplyValue value) { values.push_back(std::move(value)); }
-
-    uint8_t TakeByte() { return static_cast<uint8_t>(Take(ReplyValue::Kind::Byte).number); }
-    int32_t TakeInt() { return static_cast<int32_t>(Take(ReplyValue::Kind::Int).number); }
-    int32_t TakeId() { return static_cast<int32_t>(Take(ReplyValue::Kind::Id).number); }
-    std::string TakeString() { return Take(ReplyValue::Kind::String).text; }
-    void* TakeMethod() { return Take(ReplyValue::Kind::MethodId).method; }
-
-  private:
-    // Throws std::runtime_error when the reply does not hold the expected kind next.
-    const ReplyValue& Take(ReplyValue::Kind kind);
-
-    std::vector<ReplyValue> values;
-    size_t next = 0;
-};
+#include "queries/ProtocolVersion.h"
 
 // The debugger agent's protocol version the queries are asked at: the newest the plug-in knows,
 // so every optional reply field is written.
-struct ProtocolVersion {
-    int32_t major;
-    int32_t minor;
-};
-inline constexpr ProtocolVersion kNewestProtocol{2, 32};
+inline constexpr ProtocolVersion kNewestProtocol{1, 2, 32};
 
 struct SourceFile {
     std::string name;
@@ -61,7 +30,8 @@ struct MethodDebugInfoReply {
 };
 
 // The debugger side of the callbacks record: it fills the reply writers and its shutdown and
-// flush functions, then asks the plug-in through the library-filled slots.
+// flush functions with the recording ones, then asks the plug-in through the library-filled
+// slots and reads the recorded replies.
 class DebuggerSide {
   public:
     explicit DebuggerSide(mdh_callbacks* record);
@@ -83,10 +53,6 @@ class DebuggerSide {
     mdh_hash128 EntryPointHash(void* method) const;
     bool BreakpointSet(const mdh_hash128& entryHash) const;
     uint32_t EntryPointCount(const mdh_hash128& entryHash) const;
-
-    // How often the plug-in called this side's flush and shutdown functions (process-wide).
-    static int FlushRequests();
-    static int ShutdownNotifications();
 
   private:
     mdh_callbacks* record;

@@ -2,9 +2,8 @@
 
 #include <dlfcn.h>
 
-#include <cstdlib>
-
 #include "Options.h"
+#include "RecordingDebugger.h"
 
 PluginApi::PluginApi(const std::string& path) : path(path) {
     // Kept mapped after dlclose, as hosts keep their plug-ins: the plug-in's log writer lives
@@ -43,15 +42,5 @@ void PluginApi::Bind(Function& slot, const char* name) {
 }
 
 mdh_callbacks* HandlingObject::Callbacks() const {
-    return CallbacksFromCommand(plugin.startup(handle));
-}
-
-mdh_callbacks* CallbacksFromCommand(const std::string& command) {
-    static const std::string kMarker = "|CB|";
-    const size_t field = command.find(kMarker);
-    if (field == std::string::npos) {
-        throw InputError("the command string carries no |CB| field: " + command);
-    }
-    const uint64_t address = std::strtoull(command.c_str() + field + kMarker.size(), nullptr, 10);
-    return reinterpret_cast<mdh_callbacks*>(static_cast<uintptr_t>(address));
+    return debugger_side::RecordFromCommand(plugin.startup(handle));
 }

@@ -57,6 +57,3 @@ class HandlingObject {
     const PluginApi& plugin;
     mdh_handle handle;
 };
-
-// Reads the callbacks record's address from the |CB| field of a command string.
-mdh_callbacks* CallbacksFromCommand(const std::string& command);

@@ -6,11 +6,12 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 
 #include "BundledFiles.h"
-#include "NameProbe.h"
 #include "SampleTables.h"
 #include "Text.h"
+#include "queries/FileMatcher.h"
 
 namespace {
 
@@ -121,11 +122,11 @@ void Session::StartHandlingObject() {
 void Session::LoadLibraries() {
     Step("host: load the compiled libraries");
     for (const auto& library : libraries) {
-        const int flushesBefore = DebuggerSide::FlushRequests();
+        const int flushesBefore = debugger_side::FlushCalls();
         plugin->library_loaded(object->Handle(), library->Handle());
         out << "library_loaded(" << library->FileName() << "): " << library->ItemCount()
             << " items, " << library->EntryHashes().size() << " read by the plug-in; "
-            << "flushClientKnowledge called " << DebuggerSide::FlushRequests() - flushesBefore
+            << "flushClientKnowledge called " << debugger_side::FlushCalls() - flushesBefore
             << " time(s)\n";
     }
 }
@@ -152,7 +153,8 @@ void Session::RegisterEntryPoints() {
 
 void Session::ListFilesAndMethods() {
     Step("debugger side: files, methods and debug info (protocol " +
-         std::to_string(kNewestProtocol.major) + "." + std::to_string(kNewestProtocol.minor) + ")");
+         std::to_string(kNewestProtocol.majorVersion) + "." +
+         std::to_string(kNewestProtocol.minorVersion) + ")");
     fileNames = debugger->FetchFiles();
     out << "fetchFiles: " << fileNames.size() << " files\n";
     for (const std::string& name : fileNames) {
@@ -181,7 +183,6 @@ void Session::PrintMethod(const KnownMethod& method) const {
 // Every position is resolved before any breakpoint is set, so a bad one stops the session
 // before it changes anything.
 std::vector<ResolvedBreakpoint> Session::ResolveBreakpoints() const {
-    NameProbe probe(*plugin);
     std::vector<ResolvedBreakpoint> resolved;
     for (const BreakLocation& location : options.breakpoints) {
         if (!debugger->IsFileQuarned(location.file)) {
@@ -189,11 +190,11 @@ std::vector<ResolvedBreakpoint> Session::ResolveBreakpoints() const {
                              location.file + "\") is 0: no compiled file has that name)");
         }
         ResolvedBreakpoint breakpoint{location, {}, {}};
-        for (const std::string& name : fileNames) {
-            if (probe.Matches(name, location.file)) {
-                breakpoint.fileNames.push_back(name);
-            }
-        }
+        // The names fetchFiles listed that the plug-in's own matcher pairs with the path, as
+        // isFileQuarned does.
+        std::copy_if(
+            fileNames.begin(), fileNames.end(), std::back_inserter(breakpoint.fileNames),
+            [&](const std::string& name) { return FileNameMatches(name, location.file, false); });
         for (const KnownMethod& method : methods) {
             if (const SequencePointReply* point =
                     PointOnLine(method, breakpoint.fileNames, location.line)) {
@@ -261,10 +262,10 @@ void Session::Finish() {
         out << "library_unloaded(" << library->FileName() << "): " << remaining
             << " of its entry points still registered\n";
     }
-    const int shutdownsBefore = DebuggerSide::ShutdownNotifications();
+    const int shutdownsBefore = debugger_side::ShutdownCalls();
     plugin->shut_down(object->Handle());
     out << "shut_down(): the debugger side's shutdownNotify called "
-        << DebuggerSide::ShutdownNotifications() - shutdownsBefore << " time(s)\n";
+        << debugger_side::ShutdownCalls() - shutdownsBefore << " time(s)\n";
     debugger.reset();
     object.reset();
     out << "dispose(): done\n";

@@ -1,10 +1,14 @@
-#include "support/MonoSide.h"
+#include "RecordingDebugger.h"
 
 #include <atomic>
 #include <cstdlib>
+#include <stdexcept>
 
-namespace testing_support {
+namespace debugger_side {
 namespace {
+
+std::atomic<int> shutdownCalls{0};
+std::atomic<int> flushCalls{0};
 
 Reply Make(Reply::Kind kind, int64_t value) {
     Reply reply;
@@ -12,9 +16,6 @@ Reply Make(Reply::Kind kind, int64_t value) {
     reply.value = value;
     return reply;
 }
-
-std::atomic<int> shutdownCalls{0};
-std::atomic<int> flushCalls{0};
 
 ReplyBuffer& Buffer(void* buffer) {
     return *static_cast<ReplyBuffer*>(buffer);
@@ -45,6 +46,22 @@ void FlushClientKnowledge() {
     ++flushCalls;
 }
 
+const char* KindName(Reply::Kind kind) {
+    switch (kind) {
+        case Reply::Kind::Byte:
+            return "byte";
+        case Reply::Kind::Int:
+            return "int";
+        case Reply::Kind::Id:
+            return "id";
+        case Reply::Kind::String:
+            return "string";
+        case Reply::Kind::MethodId:
+            return "method id";
+    }
+    return "?";
+}
+
 }  // namespace
 
 Reply Byte(uint8_t value) {
@@ -73,6 +90,19 @@ std::vector<void*> ReplyBuffer::Methods() const {
     return methods;
 }
 
+const Reply& ReplyReader::Take(Reply::Kind kind) {
+    if (next >= replies.size()) {
+        throw std::runtime_error(std::string("reply ended where a ") + KindName(kind) +
+                                 " was expected");
+    }
+    const Reply& reply = replies[next++];
+    if (reply.kind != kind) {
+        throw std::runtime_error(std::string("reply holds a ") + KindName(reply.kind) +
+                                 " where a " + KindName(kind) + " was expected");
+    }
+    return reply;
+}
+
 void InstallWriters(mdh_callbacks* record) {
     record->writeByte = WriteByte;
     record->writeInt = WriteInt;
@@ -98,10 +128,13 @@ void ResetCounters() {
 }
 
 mdh_callbacks* RecordFromCommand(const std::string& command) {
-    const size_t start = command.find("|CB|") + 4;
-    const size_t end = command.find("|CB|", start);
-    const std::string number = command.substr(start, end - start);
-    return reinterpret_cast<mdh_callbacks*>(std::strtoull(number.c_str(), nullptr, 10));
+    static const std::string kMarker = "|CB|";
+    const size_t field = command.find(kMarker);
+    if (field == std::string::npos) {
+        throw std::runtime_error("the command string carries no |CB| field: " + command);
+    }
+    const uint64_t address = std::strtoull(command.c_str() + field + kMarker.size(), nullptr, 10);
+    return reinterpret_cast<mdh_callbacks*>(static_cast<uintptr_t>(address));
 }
 
-}  // namespace testing_support
+}  // namespace debugger_side
