@@ -1,0 +1,384 @@
+// Allocation failures through the exports. This binary replaces the global allocation functions
+// with a counting version that fails the N-th allocation after it is armed. A scripted host
+// session drives the real plug-in (dlopen, as hosts do; its calls to operator new resolve to the
+// ones below). For each operation of the session and each N the operation reaches: a fresh
+// session runs up to the operation, fails its N-th allocation, retries the call once if it
+// threw, finishes, and must end in exactly the state of the run without faults.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <new>
+#include <thread>
+
+#include "support/Fixtures.h"
+#include "support/JumpStubs.h"
+#include "support/MonoSide.h"
+#include "support/TempWorkingDirectory.h"
+
+namespace {
+// Single-threaded while armed: only the session's thread allocates then.
+size_t gFailAt = 0;  // 0: disarmed
+size_t gAllocations = 0;
+bool gFired = false;
+
+void* Allocate(std::size_t size, std::size_t alignment) {
+    if (gFailAt != 0 && ++gAllocations == gFailAt) {
+        gFired = true;  // one-shot: later allocations succeed again
+        return nullptr;
+    }
+    size = size == 0 ? 1 : size;
+    if (alignment <= alignof(std::max_align_t)) {
+        return std::malloc(size);
+    }
+    return std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+}
+void* AllocateOrThrow(std::size_t size, std::size_t alignment) {
+    if (void* memory = Allocate(size, alignment)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+std::size_t Align(std::align_val_t alignment) {
+    return static_cast<std::size_t>(alignment);
+}
+}  // namespace
+
+// clang-format off
+void* operator new(std::size_t n) { return AllocateOrThrow(n, 0); }
+void* operator new[](std::size_t n) { return AllocateOrThrow(n, 0); }
+void* operator new(std::size_t n, std::align_val_t a) { return AllocateOrThrow(n, Align(a)); }
+void* operator new[](std::size_t n, std::align_val_t a) { return AllocateOrThrow(n, Align(a)); }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return Allocate(n, 0); }
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return Allocate(n, 0); }
+void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
+    return Allocate(n, Align(a));
+}
+void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
+    return Allocate(n, Align(a));
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete(void* p, std::align_val_t, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete[](void* p, std::align_val_t, const std::nothrow_t&) noexcept { std::free(p); }
+// clang-format on
+
+namespace testing_support {
+namespace {
+
+// The host's exports, looked up by name in the plug-in, which stays loaded for the process.
+struct Exports {
+#define MDH_EXPORTS(X)                                                                       \
+    X(initialize) X(startup) X(library_loaded) X(library_unloaded) X(clear_library_metadata) \
+    X(register_entry) X(request_flush_client_debugger_knowledge) X(shut_down) X(dispose)
+#define MDH_FIELD(name) decltype(&::name) name = Find<decltype(&::name)>(#name);
+    template <class Function>
+    Function Find(const char* name) {
+        Function function = reinterpret_cast<Function>(dlsym(plugin, name));
+        if (function == nullptr) {
+            throw std::runtime_error(std::string("no export ") + name);
+        }
+        return function;
+    }
+    void* plugin = dlopen(PluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
+    MDH_EXPORTS(MDH_FIELD)
+#undef MDH_FIELD
+#undef MDH_EXPORTS
+};
+
+// The plug-in and the compiled libraries, loaded once for the process.
+struct Host {
+    Exports x;
+    LoadedLibrary a{"fixture_a"}, b{"fixture_b"}, rebuilt{"fixture_a_rebuilt"};
+};
+
+const mdh_hash128 kEntryA1 = FIXTURE_ITEM_A1, kEntryA2 = FIXTURE_ITEM_A2, kEntryB1 = FIXTURE_ITEM_B1;
+void* const kNeverTold = reinterpret_cast<void*>(1);
+void* const kBreakpoint = reinterpret_cast<void*>(0xB001);
+
+// An entry point callback that keeps the last target it was told in *context.
+void KeepTarget(void* context, int32_t /*kind*/, void* target) {
+    *static_cast<void**>(context) = target;
+}
+
+std::string HashText(mdh_hash128 hash) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%016" PRIx64 "%016" PRIx64, hash.word0, hash.word1);
+    return text;
+}
+
+// One handling object with the debugger side's writers installed, as a host and agent set it up.
+struct HostSession {
+    explicit HostSession(const Host& host)
+        : x(host.x),
+          a(host.a.Handle()),
+          b(host.b.Handle()),
+          rebuilt(host.rebuilt.Handle()),
+          handle(x.initialize("/data/Placeholder.dll")),
+          record(RecordFromCommand(x.startup(handle))) {
+        InstallWriters(record);
+        InstallShutdownAndFlush(record);
+        record->finishSetup();
+        for (size_t stub = 0; stub < kStubs; ++stub) {
+            stubAt[stub] = stubs.MakeNative(stub);
+        }
+    }
+    ~HostSession() {
+        x.shut_down(handle);
+        x.dispose(handle);
+    }
+    void RegisterStub(void* library, mdh_hash128 entry, size_t stub) {
+        x.register_entry(handle, library, entry, reinterpret_cast<void*>(&NativeCode),
+                         stubAt[stub], nullptr, nullptr);
+    }
+    void RegisterCallback(void* library, mdh_hash128 entry, size_t slot) {
+        x.register_entry(handle, library, entry, reinterpret_cast<void*>(&NativeCode), nullptr,
+                         KeepTarget, &told[slot]);
+    }
+    void SetBreakpointInSharedMethod() {
+        ReplyBuffer list;
+        record->fetchMethods(&list, nullptr, 0, 0, 0, 0);
+        const std::string shared = HashText(FIXTURE_METHOD_SHARED);
+        for (void* method : list.Methods()) {
+            mdh_hash128 hash{};
+            if (record->testFetchMethodHash(method, &hash) == 1 && HashText(hash) == shared) {
+                record->breakpointNotify(1, method, 0, kBreakpoint);
+            }
+        }
+    }
+    // Everything the host and the debugger side can observe, as text.
+    std::string State() {
+        std::string state = "files:";
+        ReplyBuffer files, methods;
+        record->fetchFiles(&files, 0, 0, 0, 0);
+        std::multiset<std::string> names;
+        for (const Reply& reply : files.replies) {
+            names.insert(reply.kind == Reply::Kind::String ? reply.text : "#" + Number(reply));
+        }
+        for (const std::string& name : names) {
+            state += " " + name;
+        }
+        record->fetchMethods(&methods, nullptr, 0, 0, 0, 0);
+        std::map<std::string, std::string> methodInfo;  // by method hash
+        for (void* method : methods.Methods()) {
+            mdh_hash128 hash{};
+            const bool valid = record->testFetchMethodHash(method, &hash) == 1;
+            ReplyBuffer info;
+            record->fetchDebugInfo(&info, method, 1, 2, 32);
+            std::string& text = methodInfo[valid ? HashText(hash) : "invalid handle"];
+            for (const Reply& reply : info.replies) {
+                text += " " + (reply.kind == Reply::Kind::String ? reply.text : Number(reply));
+            }
+        }
+        for (const auto& [hash, info] : methodInfo) {
+            state += "\nmethod " + hash + ":" + info;
+        }
+        for (const mdh_hash128& entry : {kEntryA1, kEntryA2, kEntryB1}) {
+            state += "\nentry " + HashText(entry) + ": " +
+                     std::to_string(record->testFetchEntryPointCountForHash(&entry)) +
+                     " registered, breakpoint " + std::to_string(record->testBreakpointSet(&entry));
+        }
+        state += "\nstubs (target, alternate):";
+        for (void* stub : stubAt) {
+            state += " " + Landing(JumpStubs::Target(stub)) + Landing(JumpStubs::Alternate(stub));
+        }
+        state += "\ncallbacks told:";
+        for (void* target : told) {
+            state += " " + Landing(reinterpret_cast<uintptr_t>(target));
+        }
+        return state;
+    }
+
+    static constexpr size_t kStubs = 4;
+    const Exports& x;
+    void *a, *b, *rebuilt;
+    mdh_handle handle;
+    mdh_callbacks* record;
+    JumpStubs stubs{kStubs};
+    void* stubAt[kStubs];
+    void* told[2] = {kNeverTold, kNeverTold};
+
+  private:
+    static std::string Number(const Reply& reply) { return std::to_string(reply.value); }
+    static std::string Landing(uint64_t word) {
+        return word == reinterpret_cast<uintptr_t>(&NativeCode)    ? "N"
+               : word == reinterpret_cast<uintptr_t>(&ManagedCode) ? "M"
+               : word == 0                                         ? "0"
+                                                                   : "?";
+    }
+};
+
+// The scripted session. Steps without faults only set the scene.
+struct Step {
+    const char* name;
+    bool faulted;
+    void (*run)(HostSession& s);
+};
+// clang-format off
+const Step kSession[] = {
+    {"load fixture_a", true, [](HostSession& s) { s.x.library_loaded(s.handle, s.a); }},
+    {"load fixture_b", true, [](HostSession& s) { s.x.library_loaded(s.handle, s.b); }},
+    {"register A1 (stub)", true, [](HostSession& s) { s.RegisterStub(s.a, kEntryA1, 0); }},
+    {"register A2 (callback)", true, [](HostSession& s) { s.RegisterCallback(s.a, kEntryA2, 0); }},
+    {"set a breakpoint in the shared method", false,
+     [](HostSession& s) { s.SetBreakpointInSharedMethod(); }},
+    {"register A1 again (stub, switched)", true,
+     [](HostSession& s) { s.RegisterStub(s.a, kEntryA1, 1); }},
+    {"register B1 (callback, switched)", true,
+     [](HostSession& s) { s.RegisterCallback(s.b, kEntryB1, 1); }},
+    {"register B1 (stub, switched)", true, [](HostSession& s) { s.RegisterStub(s.b, kEntryB1, 2); }},
+    {"reload fixture_a", true, [](HostSession& s) { s.x.library_loaded(s.handle, s.a); }},
+    {"load fixture_a_rebuilt (replaces A1)", true,
+     [](HostSession& s) { s.x.library_loaded(s.handle, s.rebuilt); }},
+    {"flush", true, [](HostSession& s) { s.x.request_flush_client_debugger_knowledge(s.handle); }},
+    {"unload fixture_b", true, [](HostSession& s) { s.x.library_unloaded(s.handle, s.b); }},
+    {"clear", true, [](HostSession& s) { s.x.clear_library_metadata(s.handle); }},
+    {"load fixture_a after the clear", true,
+     [](HostSession& s) { s.x.library_loaded(s.handle, s.a); }},
+    {"register A1 after the clear (stub, switched)", true,
+     [](HostSession& s) { s.RegisterStub(s.a, kEntryA1, 3); }},
+    {"flush again", true,
+     [](HostSession& s) { s.x.request_flush_client_debugger_knowledge(s.handle); }},
+};
+// clang-format on
+constexpr size_t kNoFault = 0;
+
+// Ends the process when a session does not finish in time (a lock left held), instead of
+// letting the test hang.
+class Watchdog {
+  public:
+    Watchdog() : thread([this] { Watch(); }) {}
+    ~Watchdog() {
+        stop = true;
+        thread.join();
+    }
+    void Start(size_t step, size_t failAt) {
+        this->step = step;
+        this->failAt = failAt;
+        deadline = Now() + kLimit;
+    }
+
+  private:
+    static constexpr int64_t kLimit = 10'000;  // ms
+    static int64_t Now() {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(
+                   std::chrono::steady_clock::now().time_since_epoch())
+            .count();
+    }
+    void Watch() {
+        while (!stop) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            if (Now() > deadline) {
+                std::fprintf(stderr, "session with allocation %zu of \"%s\" failed hangs\n",
+                             failAt.load(), kSession[step].name);
+                std::_Exit(1);
+            }
+        }
+    }
+    std::atomic<bool> stop{false};
+    std::atomic<size_t> step{0}, failAt{0};
+    std::atomic<int64_t> deadline{INT64_MAX};
+    std::thread thread;
+};
+
+struct Outcome {
+    bool fired = false;      // the N-th allocation was reached and failed
+    bool threw = false;      // ... and the export let std::bad_alloc out
+    size_t allocations = 0;  // allocations the faulted step made (disarmed at the end)
+    std::string afterStep;   // state after the faulted step (and its retry)
+    std::string atEnd;       // state after the whole session
+};
+
+// A fresh session in which the `failAt`-th allocation of step `faulted` fails (kNoFault: none).
+Outcome RunSession(const Host& host, Watchdog& watchdog, size_t faulted, size_t failAt) {
+    watchdog.Start(faulted, failAt);
+    Outcome outcome;
+    HostSession session(host);
+    for (size_t step = 0; step < std::size(kSession); ++step) {
+        if (step != faulted) {
+            kSession[step].run(session);
+            continue;
+        }
+        gAllocations = 0, gFired = false, gFailAt = failAt;
+        try {
+            kSession[step].run(session);
+        } catch (const std::bad_alloc&) {
+            outcome.threw = true;
+        }
+        gFailAt = kNoFault;
+        outcome.fired = gFired, outcome.allocations = gAllocations;
+        if (outcome.threw) {
+            kSession[step].run(session);  // the host's one retry
+        }
+        outcome.afterStep = session.State();
+    }
+    outcome.atEnd = session.State();
+    return outcome;
+}
+
+// Every allocation of every faulted step failed in turn, each in its own session.
+void FailEveryAllocation(const char* logLevel) {
+    TempWorkingDirectory directory;
+    ScopedEnvironment logging("ORVEL_QUARN_DEBUG", logLevel);
+    const Host host;
+    Watchdog watchdog;
+    size_t injected = 0, converged = 0;
+    for (size_t step = 0; step < std::size(kSession); ++step) {
+        if (!kSession[step].faulted) {
+            continue;
+        }
+        const Outcome expected = RunSession(host, watchdog, step, kNoFault);
+        Outcome outcome;
+        size_t failAt = 1;
+        for (; (outcome = RunSession(host, watchdog, step, failAt)).fired; ++failAt) {
+            ++injected;
+            const bool same =
+                outcome.afterStep == expected.afterStep && outcome.atEnd == expected.atEnd;
+            converged += same;
+            EXPECT_TRUE(same) << "\"" << kSession[step].name << "\" with allocation " << failAt
+                              << " failed (" << (outcome.threw ? "thrown, retried" : "not thrown")
+                              << ")\nafter the step:\n"
+                              << outcome.afterStep << "\nexpected:\n"
+                              << expected.afterStep << "\nat the end:\n"
+                              << outcome.atEnd << "\nexpected:\n"
+                              << expected.atEnd;
+        }
+        std::printf("%-46s %3zu allocations\n", kSession[step].name, failAt - 1);
+        // The plug-in's allocations are counted here: a load cannot do without any.
+        if (std::string(kSession[step].name).starts_with("load")) {
+            EXPECT_GT(failAt - 1, 0u) << kSession[step].name;
+        }
+    }
+    std::printf("faults injected: %zu, converged after the retry: %zu\n", injected, converged);
+    testing::Test::RecordProperty("faults_injected", std::to_string(injected));
+    testing::Test::RecordProperty("faults_converged", std::to_string(converged));
+    EXPECT_GT(injected, 0u);
+}
+
+TEST(AllocationFailures, EveryFaultConvergesAfterOneRetryWithLoggingOff) {
+    FailEveryAllocation(nullptr);
+}
+
+TEST(AllocationFailures, EveryFaultConvergesAfterOneRetryWithLoggingAtLevel3) {
+    FailEveryAllocation("3");
+}
+
+}  // namespace
+}  // namespace testing_support
