@@ -7,10 +7,23 @@ void MonoDebuggerHandling::RegisterEntryPoint(void* library, Hash128 entryHash, 
     Log(1, "RegisterEntryPoint : ", Ptr(library), " ", entryHash, " - Native ", Ptr(native));
     std::lock_guard<std::mutex> lock(mutex);
     // No duplicate check: registering twice yields two records, both switched from then on.
-    entryPoints[entryHash].push_back(EntryPoint{
-        library, stub, reinterpret_cast<EntryPointCallback>(callback), native, callbackContext});
-    // Brings old and new records into the state the breakpoints demand.
-    EnableDisableQuarnJobFunctionPointer(entryHash);
+    std::vector<EntryPoint>& records = entryPoints[entryHash];
+    const size_t previousCount = records.size();
+    try {
+        records.push_back(EntryPoint{library, stub, reinterpret_cast<EntryPointCallback>(callback),
+                                     native, callbackContext});
+        // Brings old and new records into the state the breakpoints demand.
+        EnableDisableQuarnJobFunctionPointer(entryHash);
+    } catch (...) {
+        // All or nothing (a log line can fail to allocate): no record and no empty key stay
+        // behind, so the host's retry registers the entry point once. Switching already done
+        // stays, as the breakpoints demand it and reconciling again leaves it alone.
+        records.resize(previousCount);
+        if (records.empty()) {
+            entryPoints.erase(entryHash);
+        }
+        throw;
+    }
 }
 
 // Removes every entry point of the library (without switching it back), erasing emptied keys.
