@@ -3,7 +3,9 @@
 // session drives the real plug-in (dlopen, as hosts do; its calls to operator new resolve to the
 // ones below). For each operation of the session and each N the operation reaches: a fresh
 // session runs up to the operation, fails its N-th allocation, retries the call once if it
-// threw, finishes, and must end in exactly the state of the run without faults.
+// threw, finishes, and must end in exactly the state of the run without faults. Debugger
+// queries reach the plug-in through generated trampolines that an exception cannot cross, so
+// they run only with no fault armed: to set a breakpoint and to read the state.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -87,14 +89,12 @@ namespace {
 
 // The host's exports, looked up by name in the plug-in, which stays loaded for the process.
 struct Exports {
-#define MDH_EXPORTS(X)                                                                \
-    X(initialize)                                                                     \
-    X(startup)                                                                        \
-    X(library_loaded) X(library_unloaded) X(clear_library_metadata) X(register_entry) \
-        X(request_flush_client_debugger_knowledge) X(shut_down) X(dispose)
-#define MDH_FIELD(name) decltype(&::name) name = Find<decltype(&::name)>(#name);
+#define MDH_EXPORT(name) decltype(&::name) name = Find<decltype(&::name)>(#name)
     template <class Function>
     Function Find(const char* name) {
+        if (plugin == nullptr) {
+            throw std::runtime_error(dlerror());
+        }
         Function function = reinterpret_cast<Function>(dlsym(plugin, name));
         if (function == nullptr) {
             throw std::runtime_error(std::string("no export ") + name);
@@ -102,9 +102,16 @@ struct Exports {
         return function;
     }
     void* plugin = dlopen(PluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
-    MDH_EXPORTS(MDH_FIELD)
-#undef MDH_FIELD
-#undef MDH_EXPORTS
+    MDH_EXPORT(initialize);
+    MDH_EXPORT(startup);
+    MDH_EXPORT(library_loaded);
+    MDH_EXPORT(library_unloaded);
+    MDH_EXPORT(clear_library_metadata);
+    MDH_EXPORT(register_entry);
+    MDH_EXPORT(request_flush_client_debugger_knowledge);
+    MDH_EXPORT(shut_down);
+    MDH_EXPORT(dispose);
+#undef MDH_EXPORT
 };
 
 // The plug-in and the compiled libraries, loaded once for the process.
@@ -311,8 +318,10 @@ class Watchdog {
         while (!stop) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
             if (Now() > deadline) {
-                std::fprintf(stderr, "session with allocation %zu of \"%s\" failed hangs\n",
-                             failAt.load(), kSession[step].name);
+                std::fprintf(stderr,
+                             "a session did not finish (a lock left held?): \"%s\" with "
+                             "allocation %zu failed (0: none)\n",
+                             kSession[step].name, failAt.load());
                 std::_Exit(1);
             }
         }
@@ -324,11 +333,10 @@ class Watchdog {
 };
 
 struct Outcome {
-    bool fired = false;      // the N-th allocation was reached and failed
-    bool threw = false;      // ... and the export let std::bad_alloc out
-    size_t allocations = 0;  // allocations the faulted step made (disarmed at the end)
-    std::string afterStep;   // state after the faulted step (and its retry)
-    std::string atEnd;       // state after the whole session
+    bool fired = false;     // the N-th allocation was reached and failed
+    bool threw = false;     // ... and the export let std::bad_alloc out
+    std::string afterStep;  // state after the faulted step (and its retry)
+    std::string atEnd;      // state after the whole session
 };
 
 // A fresh session in which the `failAt`-th allocation of step `faulted` fails (kNoFault: none).
@@ -348,7 +356,7 @@ Outcome RunSession(const Host& host, Watchdog& watchdog, size_t faulted, size_t 
             outcome.threw = true;
         }
         gFailAt = kNoFault;
-        outcome.fired = gFired, outcome.allocations = gAllocations;
+        outcome.fired = gFired;
         if (outcome.threw) {
             kSession[step].run(session);  // the host's one retry
         }
