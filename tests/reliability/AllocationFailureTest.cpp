@@ -9,18 +9,18 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <cinttypes>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <new>
 #include <set>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -292,45 +292,17 @@ const Step kSession[] = {
 // clang-format on
 constexpr size_t kNoFault = 0;
 
-// Ends the process when a session does not finish in time (a lock left held), instead of
-// letting the test hang.
-class Watchdog {
-  public:
-    Watchdog() : thread([this] { Watch(); }) {}
-    ~Watchdog() {
-        stop = true;
-        thread.join();
-    }
-    void Start(size_t step, size_t failAt) {
-        this->step = step;
-        this->failAt = failAt;
-        deadline = Now() + kLimit;
-    }
-
-  private:
-    static constexpr int64_t kLimit = 10'000;  // ms
-    static int64_t Now() {
-        return std::chrono::duration_cast<std::chrono::milliseconds>(
-                   std::chrono::steady_clock::now().time_since_epoch())
-            .count();
-    }
-    void Watch() {
-        while (!stop) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            if (Now() > deadline) {
-                std::fprintf(stderr,
-                             "a session did not finish (a lock left held?): \"%s\" with "
-                             "allocation %zu failed (0: none)\n",
-                             kSession[step].name, failAt.load());
-                std::_Exit(1);
-            }
-        }
-    }
-    std::atomic<bool> stop{false};
-    std::atomic<size_t> step{0}, failAt{0};
-    std::atomic<int64_t> deadline{INT64_MAX};
-    std::thread thread;
-};
+// A session that does not finish within kSessionSeconds (a lock left held) ends the process
+// with the name of its faulted step, instead of letting the test hang.
+constexpr unsigned kSessionSeconds = 10;
+const char* volatile gSessionStep = "";
+void OnSessionTimeout(int) {
+    const char text[] = "a session did not finish (a lock left held?); faulted step: ";
+    [[maybe_unused]] ssize_t written = write(STDERR_FILENO, text, sizeof text - 1);
+    written = write(STDERR_FILENO, gSessionStep, std::strlen(gSessionStep));
+    written = write(STDERR_FILENO, "\n", 1);
+    _exit(1);
+}
 
 struct Outcome {
     bool fired = false;     // the N-th allocation was reached and failed
@@ -340,8 +312,9 @@ struct Outcome {
 };
 
 // A fresh session in which the `failAt`-th allocation of step `faulted` fails (kNoFault: none).
-Outcome RunSession(const Host& host, Watchdog& watchdog, size_t faulted, size_t failAt) {
-    watchdog.Start(faulted, failAt);
+Outcome RunSession(const Host& host, size_t faulted, size_t failAt) {
+    gSessionStep = kSession[faulted].name;
+    alarm(kSessionSeconds);
     Outcome outcome;
     HostSession session(host);
     for (size_t step = 0; step < std::size(kSession); ++step) {
@@ -363,6 +336,7 @@ Outcome RunSession(const Host& host, Watchdog& watchdog, size_t faulted, size_t 
         outcome.afterStep = session.State();
     }
     outcome.atEnd = session.State();
+    alarm(0);
     return outcome;
 }
 
@@ -385,16 +359,16 @@ void FailEveryAllocation(const char* logLevel) {
     Host host;
     LearnSharedMethodHolders(host);
     ASSERT_EQ(host.sharedMethodHolders.size(), 2u);
-    Watchdog watchdog;
+    std::signal(SIGALRM, OnSessionTimeout);
     size_t injected = 0, converged = 0;
     for (size_t step = 0; step < std::size(kSession); ++step) {
         if (!kSession[step].faulted) {
             continue;
         }
-        const Outcome expected = RunSession(host, watchdog, step, kNoFault);
+        const Outcome expected = RunSession(host, step, kNoFault);
         Outcome outcome;
         size_t failAt = 1;
-        for (; (outcome = RunSession(host, watchdog, step, failAt)).fired; ++failAt) {
+        for (; (outcome = RunSession(host, step, failAt)).fired; ++failAt) {
             ++injected;
             const bool same =
                 outcome.afterStep == expected.afterStep && outcome.atEnd == expected.atEnd;
