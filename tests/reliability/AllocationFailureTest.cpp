@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <csignal>
 #include <cstdint>
@@ -21,6 +22,7 @@
 #include <new>
 #include <set>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -237,7 +239,7 @@ struct HostSession {
         return state;
     }
 
-    static constexpr size_t kStubs = 4;
+    static constexpr size_t kStubs = 5;
     const Host& host;
     const Exports& x;
     void *a, *b, *rebuilt;
@@ -288,9 +290,31 @@ const Step kSession[] = {
      [](HostSession& s) { s.RegisterStub(s.a, kEntryA1, 3); }},
     {"flush again", true,
      [](HostSession& s) { s.x.request_flush_client_debugger_knowledge(s.handle); }},
+    {"load fixture_b after the clear", true,
+     [](HostSession& s) { s.x.library_loaded(s.handle, s.b); }},
+    {"reload fixture_a after the clear", true,
+     [](HostSession& s) { s.x.library_loaded(s.handle, s.a); }},
+    {"unload fixture_a", true, [](HostSession& s) { s.x.library_unloaded(s.handle, s.a); }},
+    // A fault in the reload above leaves the replaced A1 among the shared method's holders: the
+    // breakpoint then reaches A1, unloaded, and A1 registered once more runs managed.
+    {"set the breakpoint again (only B1 holds the method)", false, [](HostSession& s) {
+         s.record->breakpointNotify(0, nullptr, 0, kBreakpoint);
+         s.SetBreakpointInSharedMethod();
+     }},
+    {"load fixture_a once more", true, [](HostSession& s) { s.x.library_loaded(s.handle, s.a); }},
+    {"register A1 once more (stub, not switched)", true,
+     [](HostSession& s) { s.RegisterStub(s.a, kEntryA1, 4); }},
 };
 // clang-format on
 constexpr size_t kNoFault = 0;
+// The number of steps up to and including the one named.
+size_t StepsThrough(std::string_view name) {
+    const auto found = std::find_if(std::begin(kSession), std::end(kSession),
+                                    [&](const Step& step) { return step.name == name; });
+    return static_cast<size_t>(found - std::begin(kSession)) + 1;
+}
+// Every fault in the steps up to and including this one converges today.
+const size_t kConvergingSteps = StepsThrough("unload fixture_a");
 
 // A session that does not finish within kSessionSeconds (a lock left held) ends the process
 // with the name of its faulted step, instead of letting the test hang.
@@ -312,12 +336,12 @@ struct Outcome {
 };
 
 // A fresh session in which the `failAt`-th allocation of step `faulted` fails (kNoFault: none).
-Outcome RunSession(const Host& host, size_t faulted, size_t failAt) {
+Outcome RunSession(const Host& host, size_t steps, size_t faulted, size_t failAt) {
     gSessionStep = kSession[faulted].name;
     alarm(kSessionSeconds);
     Outcome outcome;
     HostSession session(host);
-    for (size_t step = 0; step < std::size(kSession); ++step) {
+    for (size_t step = 0; step < steps; ++step) {
         if (step != faulted) {
             kSession[step].run(session);
             continue;
@@ -352,8 +376,8 @@ void LearnSharedMethodHolders(Host& host) {
     }
 }
 
-// Every allocation of every faulted step failed in turn, each in its own session.
-void FailEveryAllocation(const char* logLevel) {
+// Every allocation of every faulted step among the first `steps` failed in turn.
+void FailEveryAllocation(const char* logLevel, size_t steps) {
     TempWorkingDirectory directory;
     ScopedEnvironment logging("ORVEL_QUARN_DEBUG", logLevel);
     Host host;
@@ -361,14 +385,14 @@ void FailEveryAllocation(const char* logLevel) {
     ASSERT_EQ(host.sharedMethodHolders.size(), 2u);
     std::signal(SIGALRM, OnSessionTimeout);
     size_t injected = 0, converged = 0;
-    for (size_t step = 0; step < std::size(kSession); ++step) {
+    for (size_t step = 0; step < steps; ++step) {
         if (!kSession[step].faulted) {
             continue;
         }
-        const Outcome expected = RunSession(host, step, kNoFault);
+        const Outcome expected = RunSession(host, steps, step, kNoFault);
         Outcome outcome;
         size_t failAt = 1;
-        for (; (outcome = RunSession(host, step, failAt)).fired; ++failAt) {
+        for (; (outcome = RunSession(host, steps, step, failAt)).fired; ++failAt) {
             ++injected;
             const bool same =
                 outcome.afterStep == expected.afterStep && outcome.atEnd == expected.atEnd;
@@ -394,11 +418,17 @@ void FailEveryAllocation(const char* logLevel) {
 }
 
 TEST(AllocationFailures, EveryFaultConvergesAfterOneRetryWithLoggingOff) {
-    FailEveryAllocation(nullptr);
+    FailEveryAllocation(nullptr, kConvergingSteps);
 }
 
 TEST(AllocationFailures, EveryFaultConvergesAfterOneRetryWithLoggingAtLevel3) {
-    FailEveryAllocation("3");
+    FailEveryAllocation("3", kConvergingSteps);
+}
+
+// Fails today (see the steps after "unload fixture_a"); enable once a failed replacement no
+// longer leaves the replaced record behind.
+TEST(AllocationFailures, DISABLED_EveryFaultConvergesInTheWholeSession) {
+    FailEveryAllocation(nullptr, std::size(kSession));
 }
 
 }  // namespace
