@@ -4,7 +4,10 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
+#include <numeric>
 #include <random>
 #include <stdexcept>
 
@@ -150,8 +153,59 @@ void LoadAsOneLibrary(benchmark::State& state) {
     state.counters["per_method"] = TimePer(Fleet().MethodsOf(count));
 }
 
+// Microseconds `call` takes.
+template <class Call>
+double Microseconds(Call call) {
+    const auto start = std::chrono::steady_clock::now();
+    call();
+    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
+        .count();
+}
+
+double MeanOf(const std::vector<double>& values, size_t from, size_t to) {
+    return std::accumulate(values.begin() + from, values.begin() + to, 0.0) / double(to - from);
+}
+
+// The host's session as a whole: `count` libraries loaded one by one, one of them reloaded,
+// then all unloaded in a shuffled order. Reports the mean load and unload of the first and the
+// last tenth of the calls, the reload and the whole of the loads.
+void HostSession(benchmark::State& state) {
+    const auto count = static_cast<int>(state.range(0));
+    const size_t tenth = static_cast<size_t>(count) / 10;
+    Fleet();  // the libraries are made and opened before anything is timed
+    for (auto _ : state) {
+        auto handling = NewHandling();
+        std::vector<double> loads, unloads;
+        for (int i = 0; i < count; ++i) {
+            loads.push_back(
+                Microseconds([&] { handling->ProcessLibraryMetadata(Fleet().Handle(i)); }));
+        }
+        const double reload =
+            Microseconds([&] { handling->ProcessLibraryMetadata(Fleet().Handle(count / 2)); });
+        std::vector<int> order(static_cast<size_t>(count));
+        std::iota(order.begin(), order.end(), 0);
+        std::shuffle(order.begin(), order.end(), std::mt19937(5));
+        for (int i : order) {
+            unloads.push_back(
+                Microseconds([&] { handling->UnloadLibraryMetadata(Fleet().Handle(i)); }));
+        }
+        state.counters["load_all_ms"] = std::accumulate(loads.begin(), loads.end(), 0.0) / 1e3;
+        state.counters["load_first_tenth_us"] = MeanOf(loads, 0, tenth);
+        state.counters["load_last_tenth_us"] = MeanOf(loads, loads.size() - tenth, loads.size());
+        state.counters["unload_first_tenth_us"] = MeanOf(unloads, 0, tenth);
+        state.counters["unload_last_tenth_us"] =
+            MeanOf(unloads, unloads.size() - tenth, unloads.size());
+        state.counters["reload_us"] = reload;
+    }
+}
+
 }  // namespace
 
+BENCHMARK(HostSession)
+    ->ArgName("libraries")
+    ->Arg(2000)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(LoadAmong)
     ->ArgName("loaded")
     ->Arg(0)
