@@ -1,6 +1,6 @@
 // Breakpoint notifications switching real jump stubs, and the test hooks.
 
-#include "queries/Session.h"
+#include "support/Session.h"
 
 namespace testing_support {
 namespace {
@@ -88,7 +88,7 @@ TEST(Breakpoints, BadHandlesAndUnknownBreakpoints) {
         EXPECT_EQ(session.record.testFetchMethodHash(method, &untouched), 0);
         EXPECT_TRUE(untouched.word0 == 7 && untouched.word1 == 7);
         EXPECT_EQ(session.LogSince(mark),
-                  "QuarnBreakpointNotify : Incoming Breakpoint SET " + Decimal(method) + " 2\n");
+                  "QuarnBreakpointNotify : Incoming Breakpoint SET " + PointerText(method) + " 2\n");
     }
     const size_t mark = session.LogMark();
     session.record.breakpointNotify(0, Ptr(-1), 0, Ptr(3));

@@ -3,7 +3,7 @@
 // may not be freed, and its address recycled for the next item, while such a handle is current.
 #include <gtest/gtest.h>
 
-#include "LoggedHandling.h"
+#include "support/LoggedHandling.h"
 
 namespace {
 using namespace testing_support;

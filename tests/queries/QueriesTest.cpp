@@ -1,6 +1,6 @@
 // The debugger's queries through the callbacks record, the method handle rule, the state dump.
 
-#include "queries/Session.h"
+#include "support/Session.h"
 
 namespace testing_support {
 namespace {
@@ -158,7 +158,7 @@ TEST(MethodQueries, RepliesAtEveryVersionBoundaryAndForInvalidHandles) {
         EXPECT_EQ(session.LogSince(mark),
                   Fill("FetchDebugInfo : {ids}\n    Method not valid\nFetchMethodInfo : {ids}\n"
                        "FetchParamInfo : {ids}\nFetchMethodName : {ids}\n",
-                       {{"ids", Decimal(&session.reply) + " " + Decimal(bad)}}));
+                       {{"ids", PointerText(&session.reply) + " " + PointerText(bad)}}));
     }
 }
 
@@ -203,10 +203,10 @@ TEST(DumpState, SmallKnownState) {
                    "    Library {lib} Stub {stub} Cb 0\n    Library {lib} Stub 0 Cb {callback}\n"
                    "Breakpoint Map\n  EntryHash F0000000000000000000000000000040\n"
                    "    Breakpoint -4096\n---STATE-END---\n",
-                   {{"item", Decimal(*session.Inspect().MetadataItems().begin())},
-                    {"lib", Decimal(library)},
-                    {"stub", Decimal(stub)},
-                    {"callback", Decimal(reinterpret_cast<void*>(&HostCallback))}}));
+                   {{"item", PointerText(*session.Inspect().MetadataItems().begin())},
+                    {"lib", PointerText(library)},
+                    {"stub", PointerText(stub)},
+                    {"callback", PointerText(reinterpret_cast<void*>(&HostCallback))}}));
 }
 
 }  // namespace
