@@ -43,11 +43,10 @@ const quarn_debug_item kSparse = {1,     1,       1,     kZero,   kMethods,  kZe
 const quarn_debug_library kSparseLibrary = {QUARN_DEBUG_FORMAT_VERSION, 1, &kSparse};
 
 void* LoadProgrammable(DebuggerSession& session, const quarn_debug_library& description) {
-    session.libraries.push_back(std::make_unique<LoadedLibrary>("fixture_programmable_0"));
-    session.libraries.back()->Symbol<void(const quarn_debug_library*)>("programmable_set_library")(
-        &description);
-    session.object.ProcessLibraryMetadata(session.libraries.back()->Handle());
-    return session.libraries.back()->Handle();
+    static const ProgrammableLibrary library(0);  // each test runs in a process of its own
+    library.Describe(&description);
+    session.object.ProcessLibraryMetadata(library.Handle());
+    return library.Handle();
 }
 
 TEST(FileMatching, RuleTableAndLogLine) {
@@ -159,6 +158,20 @@ TEST(MethodQueries, RepliesAtEveryVersionBoundaryAndForInvalidHandles) {
                   Fill("FetchDebugInfo : {ids}\n    Method not valid\nFetchMethodInfo : {ids}\n"
                        "FetchParamInfo : {ids}\nFetchMethodName : {ids}\n",
                        {{"ids", PointerText(&session.reply) + " " + PointerText(bad)}}));
+    }
+}
+
+// A method's files and digests are logged from level 2, its sequence points from level 3.
+TEST(MethodQueries, DetailLinesByLogLevel) {
+    for (const char level : {'1', '2', '3'}) {
+        DebuggerSession session(std::string(1, level).c_str());
+        session.Load("fixture_a");
+        void* handle = DebuggerSession::HandleOf(session.FetchMethods(), kMethodA1Only);
+        const size_t mark = session.LogMark();
+        session.Ask(&mdh_callbacks::fetchDebugInfo, handle, {1, 2, 14});
+        const std::string log = session.LogSince(mark);
+        EXPECT_EQ(log.find("\n  FILE: src/A1.cs\n    HASH: Null\n") != log.npos, level >= '2');
+        EXPECT_EQ(log.find("\n  Sequence Points: \n") != log.npos, level == '3');
     }
 }
 

@@ -16,6 +16,7 @@
 #include "support/Inspector.h"
 #include "support/JumpStubs.h"
 #include "support/MonoSide.h"
+#include "support/ProgrammableLibrary.h"
 #include "support/TempWorkingDirectory.h"
 
 namespace testing_support {
