@@ -5,31 +5,13 @@
 namespace testing_support {
 namespace {
 
-// The one known file name, the path the debugger asks about, ignoreCase, and the answer.
+// The one known file name, the path the debugger asks about, ignoreCase, and the answer. The
+// matching rules themselves are the file-matcher corpus, replayed against a model of them.
 const std::tuple<const char*, const char*, int, int> kMatchCases[] = {
-    {"Assets/Scripts/Player.cs", "Assets\\Scripts\\Player.cs", 0, 1},  // either separator
-    {"Assets/Scripts/Player.cs", "Assets/Scripts.Player.cs", 0, 0},
+    {"Assets/Scripts/Player.cs", "Assets\\Scripts\\Player.cs", 0, 1},
     {"Assets/Scripts/Player.cs", "assets/scripts/player.cs", 0, 0},
     {"Assets/Scripts/Player.cs", "ASSETS\\SCRIPTS\\PLAYER.CS", -7, 1},  // any non-zero flag
-    {"dir/Player-1.cs", "dir/player_1.cs", 1, 0},                       // only letters fold
-    // With a directory part the path compares in full, unless the element starts "./" or ".\".
-    {"Assets/Scripts/Player.cs", "Scripts/Player.cs", 0, 0},
-    {"../Scripts/Player.cs", "/proj/Scripts/Player.cs", 0, 0},
-    // A relative element is a pure suffix: nothing requires a separator before it.
-    {"./Scripts/Player.cs", "/home/u/proj/Scripts/Player.cs", 0, 1},
-    {".\\Scripts\\Player.cs", "C:\\proj\\Scripts/Player.cs", 0, 1},
-    {"./Scripts/Player.cs", "/p/MyScripts/Player.cs", 0, 1},
-    {"./Scripts/Player.cs", "ts/Player.cs", 0, 0},
     {"./Scripts/Player.cs", "/p/SCRIPTS/player.CS", 1, 1},
-    // Without a directory part the path matches the element's base name.
-    {"Assets/Scripts/Player.cs", "Player.cs", 0, 1},
-    {"dir\\Player.cs", "Player.cs", 0, 1},
-    {"a/b\\c.cs", "c.cs", 0, 0},  // with a '/', the base name follows the last '/'
-    {"Assets/Scripts/Player.cs", "layer.cs", 0, 0},
-    {"dir/", "", 0, 1},
-    {"Assets/Player.cs", "", 0, 0},
-    {"./", "/any/where/File.cs", 0, 1},
-    {"./", "File.cs", 0, 0},
 };
 
 // One item, one file, one method with two points that lists no file (its firstFile stays valid).
