@@ -143,7 +143,8 @@ TEST(MethodQueries, RepliesAtEveryVersionBoundaryAndForInvalidHandles) {
     }
 }
 
-// A method's files and digests are logged from level 2, its sequence points from level 3.
+// A method's files and digests are logged from level 2; its sequence points, and the paths of
+// the file list, from level 3.
 TEST(MethodQueries, DetailLinesByLogLevel) {
     for (const char level : {'1', '2', '3'}) {
         DebuggerSession session(std::string(1, level).c_str());
@@ -151,7 +152,9 @@ TEST(MethodQueries, DetailLinesByLogLevel) {
         void* handle = DebuggerSession::HandleOf(session.FetchMethods(), kMethodA1Only);
         const size_t mark = session.LogMark();
         session.Ask(&mdh_callbacks::fetchDebugInfo, handle, {1, 2, 14});
+        session.record.fetchFiles(&session.reply, 0, 0, 0, 0);
         const std::string log = session.LogSince(mark);
+        EXPECT_EQ(log.find("\n        Path : src/A1.cs\n") != log.npos, level == '3');
         EXPECT_EQ(log.find("\n  FILE: src/A1.cs\n    HASH: Null\n") != log.npos, level >= '2');
         EXPECT_EQ(log.find("\n  Sequence Points: \n") != log.npos, level == '3');
     }
