@@ -43,7 +43,7 @@ const generated::GeneratedLibrary& LibraryWithDistinctFiles(int32_t methods) {
 }
 
 void* Serve(const generated::GeneratedLibrary& tables) {
-    static generated::ProgrammableLibrary library(MDH_GENERATED_COMPILED_DIR, 0);
+    static const ProgrammableLibrary library(0);
     library.Program(tables);
     return library.Handle();
 }

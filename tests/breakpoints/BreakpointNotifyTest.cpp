@@ -1,6 +1,6 @@
 // Breakpoint notifications switching real jump stubs, and the test hooks.
 
-#include "queries/Session.h"
+#include "support/Session.h"
 
 namespace testing_support {
 namespace {
@@ -48,7 +48,8 @@ TEST(Breakpoints, ManyToManyThroughTheStubsAndClearKeepsThem) {
         {nullptr, 3, "NNN000N5 0"},
     };
     for (const auto& [method, breakpoint, state] : steps) {
-        bench.Notify(method != nullptr, method, breakpoint);
+        // isSet is the breakpoint's number for a set: any value but 0 sets.
+        bench.Notify(method != nullptr ? int(breakpoint) : 0, method, breakpoint);
         EXPECT_EQ(bench.State(), state) << breakpoint;
     }
     // Breakpoints outlive the metadata: an entry point registered for a hash that still has one
@@ -87,8 +88,8 @@ TEST(Breakpoints, BadHandlesAndUnknownBreakpoints) {
         EXPECT_EQ(session.record.testFetchEntryPointHash(method, &untouched), 0);
         EXPECT_EQ(session.record.testFetchMethodHash(method, &untouched), 0);
         EXPECT_TRUE(untouched.word0 == 7 && untouched.word1 == 7);
-        EXPECT_EQ(session.LogSince(mark),
-                  "QuarnBreakpointNotify : Incoming Breakpoint SET " + Decimal(method) + " 2\n");
+        EXPECT_EQ(session.LogSince(mark), "QuarnBreakpointNotify : Incoming Breakpoint SET " +
+                                              PointerText(method) + " 2\n");
     }
     const size_t mark = session.LogMark();
     session.record.breakpointNotify(0, Ptr(-1), 0, Ptr(3));

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "../metadata/LoggedHandling.h"
+#include "support/LoggedHandling.h"
 #include "support/JumpStubs.h"
 
 namespace {

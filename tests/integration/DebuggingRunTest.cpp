@@ -7,7 +7,7 @@
 #include <set>
 #include <unordered_map>
 
-#include "queries/Session.h"
+#include "support/Session.h"
 
 namespace testing_support {
 namespace {
@@ -95,10 +95,10 @@ TEST(DebuggingRun, FromInitializeToDispose) {
         {"state", "Potentially changing Quarn execution state to"},
         {"ptr", "  Native {n}\n  FunctionPtr State : Target {n} - Alternate {m}\n"},
         {"A1", "A1000000000000000000000000000010"}, {"B1", "B1000000000000000000000000000020"},
-        {"a", Decimal(libraryA.Handle())}, {"b", Decimal(libraryB.Handle())},
-        {"n", Decimal(kNative)}, {"m", Decimal(reinterpret_cast<void*>(&ManagedCode))},
-        {"files", Decimal(&files)}, {"methods", Decimal(&methods)}, {"info", Decimal(&info)},
-        {"shared", Decimal(byHash[kMethodShared])}, {"A1Only", Decimal(byHash[kMethodA1Only])},
+        {"a", PointerText(libraryA.Handle())}, {"b", PointerText(libraryB.Handle())},
+        {"n", PointerText(kNative)}, {"m", PointerText(reinterpret_cast<void*>(&ManagedCode))},
+        {"files", PointerText(&files)}, {"methods", PointerText(&methods)}, {"info", PointerText(&info)},
+        {"shared", PointerText(byHash[kMethodShared])}, {"A1Only", PointerText(byHash[kMethodA1Only])},
         {"tokenA1", token[kMethodA1Only]}};
     // clang-format on
     // Contiguous stretches of the log, each exactly as written.

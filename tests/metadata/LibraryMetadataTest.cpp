@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "LoggedHandling.h"
+#include "support/LoggedHandling.h"
 #include "support/JumpStubs.h"
 
 namespace {

@@ -4,7 +4,7 @@
 // address recycled for the next item, while such a handle is current.
 #include <gtest/gtest.h>
 
-#include "LoggedHandling.h"
+#include "support/LoggedHandling.h"
 
 namespace {
 using namespace testing_support;

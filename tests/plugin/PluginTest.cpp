@@ -34,6 +34,9 @@ TEST(HandlingObject, CommandStringIsExactAndShutdownClearsOnlyTheFlushSlot) {
     }
     MonoDebuggerHandling object("/p.dll");
     mdh_callbacks* record = object.Callbacks();
+    record->flushClientKnowledge = +[] {};
+    object.Shutdown();  // no shutdown function: the flush slot is cleared all the same
+    EXPECT_EQ(record->flushClientKnowledge, nullptr);
     testing_support::InstallShutdownAndFlush(record);
     const auto shutdownNotify = record->shutdownNotify;
     object.RequestFlushClientDebuggerKnowledge();
@@ -106,9 +109,10 @@ Function* Export(const char* name) {
 }
 #define EXPORT(name) Export<decltype(::name)>(#name)
 
-TEST(PluginExports, NullPathThrowsContextIsPerThreadAndJitSizesAreUnsigned32Bit) {
+TEST(PluginExports, NullArgumentsContextIsPerThreadAndJitSizesAreUnsigned32Bit) {
     ScopedEnvironment noLog("ORVEL_QUARN_DEBUG", nullptr);
     EXPECT_THROW(EXPORT(initialize)(nullptr), std::logic_error);  // LeakSanitizer sees any leak
+    EXPORT(dispose)(nullptr);                                     // does nothing
     EXPECT_EQ(EXPORT(jit_get_cpu_architecture)(), 0);
     auto* context = EXPORT(get_context_for_current_thread);
     void** mine = context();

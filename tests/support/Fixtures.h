@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "../fixtures/FixtureTables.h"
+#include "fixtures/FixtureTables.h"
 #include "metadata/Hash128.h"
 
 namespace testing_support {
@@ -16,6 +16,11 @@ inline std::string PluginPath() {
 }
 inline std::string CompiledLibraryPath(const std::string& name) {
     return std::string(MDH_COMPILED_DIR) + "/lib" + name + ".so";
+}
+
+// A pointer or handle as the log prints it ("%ld"). Breakpoint handles are never dereferenced.
+inline std::string PointerText(const void* pointer) {
+    return std::to_string(reinterpret_cast<intptr_t>(pointer));
 }
 
 inline Hash128 ToHash(quarn_hash128 h) {

@@ -7,11 +7,6 @@
 
 namespace testing_support {
 
-// A pointer or handle as the log prints it ("%ld").
-inline std::string PointerText(const void* pointer) {
-    return std::to_string(reinterpret_cast<intptr_t>(pointer));
-}
-
 // A handling object logging operation lines only (level 1) into a fresh working directory.
 struct LoggedHandling {
     void MarkLog() { mark = directory.LogLines().size(); }

@@ -16,14 +16,11 @@
 #include "support/Inspector.h"
 #include "support/JumpStubs.h"
 #include "support/MonoSide.h"
+#include "support/ProgrammableLibrary.h"
 #include "support/TempWorkingDirectory.h"
 
 namespace testing_support {
 
-// A pointer as the log prints it ("%ld"). Breakpoint handles are never dereferenced.
-inline std::string Decimal(const void* pointer) {
-    return std::to_string(reinterpret_cast<intptr_t>(pointer));
-}
 inline void* Ptr(intptr_t value) {
     return reinterpret_cast<void*>(value);
 }
@@ -52,7 +49,7 @@ inline std::string Text(const std::vector<Reply>& replies) {
                 : r.kind == Reply::Kind::Id     ? " #" + std::to_string(r.value)
                 : r.kind == Reply::Kind::Int
                     ? " " + std::to_string(r.value)
-                    : " m" + std::to_string(r.value) + "@" + Decimal(r.idContext);
+                    : " m" + std::to_string(r.value) + "@" + PointerText(r.idContext);
     }
     return text.substr(text.empty() ? 0 : 1);
 }

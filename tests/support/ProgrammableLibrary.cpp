@@ -4,8 +4,6 @@
 
 #include <stdexcept>
 
-namespace generated {
-
 namespace {
 
 void* OpenCopy(const std::string& compiledDirectory, int copy) {
@@ -32,9 +30,3 @@ ProgrammableLibrary::ProgrammableLibrary(const std::string& compiledDirectory, i
 ProgrammableLibrary::~ProgrammableLibrary() {
     dlclose(handle);
 }
-
-void ProgrammableLibrary::Program(const GeneratedLibrary& tables) {
-    setLibrary(tables.Description());
-}
-
-}  // namespace generated
