@@ -6,6 +6,7 @@ load time per method against the number of methods.
     python3 bench/report.py table bench/results.json
     python3 bench/report.py plot bench/results.json bench/load_time_per_method.svg
     python3 bench/report.py compare before.json bench/results.json
+    python3 bench/report.py plot-libraries before.json after.json bench/load_time_per_library.svg
     python3 bench/report.py run NEW_BINARY after.json --also OLD_BINARY before.json
 
 `run` runs every benchmark once per round (five rounds), each time in a fresh process, and
@@ -208,6 +209,38 @@ def plot(figures, output):
         subprocess.run(["gnuplot"], input=script, text=True, check=True)
 
 
+LOADED = [0, 10, 100, 1000, 4000]
+
+
+def plot_libraries(before, after, output):
+    """Time of one more library load against the number of libraries already loaded, before and
+    after a change, log-log."""
+    ensure_gnuplot()
+    with tempfile.TemporaryDirectory() as directory:
+        data = os.path.join(directory, "libraries.dat")
+        with open(data, "w") as stream:
+            for figures in (before, after):
+                for loaded in LOADED:
+                    # The x axis is logarithmic: "0 loaded" is drawn at 1.
+                    stream.write("%d %f\n" % (max(loaded, 1),
+                                              figures.time("LoadAmong/loaded:%d" % loaded) / 1e3))
+                stream.write("\n\n")
+        script = "\n".join([
+            "set terminal svg size 800,480 dynamic background rgb 'white'",
+            "set output '%s'" % output,
+            "set title 'library\\_loaded of one more library of 100 methods (median)'",
+            "set xlabel 'libraries already loaded (0 drawn at 1)'",
+            "set ylabel 'microseconds per load'",
+            "set logscale xy",
+            "set xrange [0.7:6000]",
+            "set key top left",
+            "set grid",
+            "plot '%s' index 0 using 1:2 with linespoints pointtype 7 title 'before', "
+            "'%s' index 1 using 1:2 with linespoints pointtype 7 title 'after'" % (data, data),
+        ])
+        subprocess.run(["gnuplot"], input=script, text=True, check=True)
+
+
 def print_comparison(before, after):
     """Medians of the benchmarks both runs have, before and after a change."""
     print(row("benchmark", "before", "after", "after / before"))
@@ -245,13 +278,14 @@ def aggregate(entries):
     return result
 
 
-def run(binaries, outputs, rounds):
+def run(binaries, outputs, rounds, selected=None):
     """Runs every benchmark of every binary once per round, each time in a fresh process, and
     writes per binary the median, mean, stddev and cv over the rounds. Interleaving the rounds
     (and the binaries) spreads whatever else the machine does over all of them alike, so ratios
     between benchmarks, and between two builds, stay meaningful."""
-    names = [subprocess.run([binary, "--benchmark_list_tests"], check=True, text=True,
-                            capture_output=True).stdout.split() for binary in binaries]
+    names = [[name for name in subprocess.run([binary, "--benchmark_list_tests"], check=True,
+                                              text=True, capture_output=True).stdout.split()
+              if selected is None or re.search(selected, name)] for binary in binaries]
     contexts = [None] * len(binaries)
     measured = [{name: [] for name in listed} for listed in names]
     with tempfile.TemporaryDirectory() as directory:
@@ -283,6 +317,7 @@ def main():
     run_command.add_argument("binary")
     run_command.add_argument("output")
     run_command.add_argument("--rounds", type=int, default=5)
+    run_command.add_argument("--filter", help="run only the benchmarks whose name matches")
     run_command.add_argument("--also", nargs=2, action="append", default=[],
                              metavar=("BINARY", "OUTPUT"),
                              help="another build to run in the same rounds (say, the one before "
@@ -295,17 +330,24 @@ def main():
     compare_command = commands.add_parser("compare", help="medians before and after a change")
     compare_command.add_argument("before")
     compare_command.add_argument("results")
+    libraries_command = commands.add_parser("plot-libraries",
+                                            help="plot per-load time against libraries loaded")
+    libraries_command.add_argument("before")
+    libraries_command.add_argument("results")
+    libraries_command.add_argument("output")
     arguments = parser.parse_args()
     if arguments.command == "run":
         binaries = [arguments.binary] + [binary for binary, _ in arguments.also]
         outputs = [arguments.output] + [output for _, output in arguments.also]
-        run(binaries, outputs, arguments.rounds)
+        run(binaries, outputs, arguments.rounds, arguments.filter)
         return
     context, runs = load_results(arguments.results)
     if arguments.command == "table":
         print_tables(context, Figures(runs))
     elif arguments.command == "compare":
         print_comparison(Figures(load_results(arguments.before)[1]), Figures(runs))
+    elif arguments.command == "plot-libraries":
+        plot_libraries(Figures(load_results(arguments.before)[1]), Figures(runs), arguments.output)
     else:
         plot(Figures(runs), arguments.output)
 
