@@ -18,10 +18,11 @@ void MonoDebuggerHandling::QuarnFetchMethods(void* buffer, void* idContext, int 
     std::lock_guard<std::mutex> lock(mutex);
     const auto count = static_cast<int32_t>(hashToMetadata.size());
     Log(1, "    Total Methods : ", Int{count});
-    methodCacheGeneration += kGenerationStep;
     // Every older handle is stale from here on; their pages go back to the system and the
-    // dropped items they could name are freed.
+    // dropped items they could name are freed. Done first: if no address space is left it
+    // throws before anything changed, and the previous list stays valid.
     methodCache.RenewHandles(hashToMetadata.size());
+    methodCacheGeneration += kGenerationStep;
     callbacks->writeInt(buffer, count);
     for (const MethodIndex::Listed& listed : hashToMetadata.ListedMethods()) {
         const MethodLocation& location = listed.location;
