@@ -24,6 +24,15 @@ constexpr std::array<uint8_t, 256> kFold = [] {
     return fold;
 }();
 
+// Makes room for one more element, growing geometrically, so that the push_back that follows
+// cannot throw.
+template <class Vector>
+void ReserveOneMore(Vector& vector) {
+    if (vector.size() == vector.capacity()) {
+        vector.reserve(std::max<size_t>(16, vector.capacity() * 2));
+    }
+}
+
 }  // namespace
 
 void FileNameIndex::Add(QuarnDebugMetadata& item) {
@@ -53,8 +62,9 @@ void FileNameIndex::AddName(const char* text, FileNameEntry*& recorded) {
         const bool loose = IsLooseRelative(name);
         std::vector<FileNameEntry*>* group = nullptr;
         try {
-            if (loose && looseRelative.size() == looseRelative.capacity()) {
-                looseRelative.reserve(std::max<size_t>(4, looseRelative.capacity() * 2));
+            ReserveOneMore(listed);
+            if (loose) {
+                ReserveOneMore(looseRelative);
             }
             group = &byTail[TailKey(name)];
             group->push_back(&entry);
@@ -66,8 +76,10 @@ void FileNameIndex::AddName(const char* text, FileNameEntry*& recorded) {
             throw;
         }
         entry.tailPosition = static_cast<uint32_t>(group->size() - 1);
+        entry.listPosition = static_cast<uint32_t>(listed.size());
+        listed.push_back({name.c_str(), &entry});  // room reserved above
         if (loose) {
-            looseRelative.push_back(&name);  // room reserved above
+            looseRelative.push_back(&name);
         }
     }
     ++entry.holders;
@@ -99,6 +111,10 @@ void FileNameIndex::RemoveName(FileNameEntry& entry) noexcept {
     if (group->second.empty()) {
         byTail.erase(group);
     }
+    const ListedName last = listed.back();
+    listed[entry.listPosition] = last;
+    last.entry->listPosition = entry.listPosition;
+    listed.pop_back();
     if (IsLooseRelative(*name)) {
         std::erase(looseRelative, name);
     }
@@ -106,6 +122,7 @@ void FileNameIndex::RemoveName(FileNameEntry& entry) noexcept {
 }
 
 void FileNameIndex::Clear() noexcept {
+    listed.clear();
     byTail.clear();
     looseRelative.clear();
     names.clear();

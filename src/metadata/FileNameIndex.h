@@ -16,11 +16,13 @@ struct FileNameEntry {
     const std::string* name = nullptr;  // the map's own key
     uint32_t holders = 0;               // files of registered items with this name
     uint32_t tailPosition = 0;          // position in its group of `byTail`
+    uint32_t listPosition = 0;          // position in `listed`
 };
 
 // Invariants, after every Add and Remove:
 // - one entry per distinct name (exact bytes) over the files of the registered items, whose
 //   `holders` counts those files; item.fileEntries[f] is the entry of the item's file f;
+// - `listed` holds each entry once, at the entry's `listPosition`;
 // - every name is listed under the hash of its folded tail (see Candidates), and a relative name
 //   "./R" whose R has no separator is also in `looseRelative`;
 // - Total() is the 32-bit wrapping sum of the registered items' file counts.
@@ -36,11 +38,11 @@ class FileNameIndex {
     size_t size() const { return names.size(); }
     int32_t Total() const { return static_cast<int32_t>(total); }
 
-    // Calls `visit(name)` for each distinct name (a NUL-terminated std::string).
+    // Calls `visit(name)` for each distinct name (NUL-terminated), from one contiguous list.
     template <class Visit>
     void ForEach(Visit visit) const {
-        for (const auto& [name, entry] : names) {
-            visit(name);
+        for (const ListedName& name : listed) {
+            visit(name.text);
         }
     }
 
@@ -54,6 +56,11 @@ class FileNameIndex {
     bool Candidates(std::string_view path, bool ignoreCase, Visit visit) const;
 
   private:
+    struct ListedName {
+        const char* text;
+        FileNameEntry* entry;
+    };
+
     void AddName(const char* text, FileNameEntry*& recorded);
     void RemoveName(FileNameEntry& entry) noexcept;
     void RemoveFirst(QuarnDebugMetadata& item, int32_t count) noexcept;
@@ -66,14 +73,15 @@ class FileNameIndex {
     // every folder), so each entry knows its position and leaves its group in O(1).
     std::unordered_map<uint64_t, std::vector<FileNameEntry*>> byTail;
     std::vector<const std::string*> looseRelative;
+    std::vector<ListedName> listed;  // every name once, for the file list and the dump
     uint32_t total = 0;
 };
 
 template <class Visit>
 bool FileNameIndex::Candidates(std::string_view path, bool ignoreCase, Visit visit) const {
     if (ignoreCase && !FoldAgreesWithLocale()) {
-        for (const auto& [name, entry] : names) {
-            if (visit(name)) {
+        for (const ListedName& name : listed) {
+            if (visit(std::string_view(name.text))) {
                 return true;
             }
         }

@@ -33,7 +33,7 @@ void MonoDebuggerHandling::DumpItems() {
 
 void MonoDebuggerHandling::DumpCaches() {
     Log(3, "Deduplicated Files List");
-    fileNames.ForEach([&](const std::string& name) { Log(3, "    Path : ", name); });
+    fileNames.ForEach([&](const char* name) { Log(3, "    Path : ", name); });
     Log(3, "Deduplicated Methods List");
     for (const MethodIndex::Listed& listed : hashToMetadata.ListedMethods()) {
         // Address and index run together with no separator: readers of the dump expect it.

@@ -23,8 +23,8 @@ void MonoDebuggerHandling::QuarnFetchFiles(void* buffer, unsigned int value, int
     const auto count = static_cast<int32_t>(fileNames.size());
     Log(1, "    TotalFiles : ", Int{count});
     callbacks->writeInt(buffer, count);
-    fileNames.ForEach([&](const std::string& name) {
-        callbacks->writeString(buffer, name.c_str());
+    fileNames.ForEach([&](const char* name) {
+        callbacks->writeString(buffer, name);
         Log(3, "        Path : ", name);
     });
 }

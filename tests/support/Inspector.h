@@ -18,7 +18,7 @@ class MonoDebuggerHandlingInspector {
     // answering (item, method index) of each method hash, and each hash's holders in order.
     std::vector<std::string> FileNames() const {
         std::vector<std::string> names;
-        object.fileNames.ForEach([&](const std::string& name) { names.push_back(name); });
+        object.fileNames.ForEach([&](const char* name) { names.push_back(name); });
         std::sort(names.begin(), names.end());
         return names;
     }
