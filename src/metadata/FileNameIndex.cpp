@@ -149,10 +149,26 @@ bool FileNameIndex::IsLooseRelative(std::string_view name) {
 // True when tolower() maps every byte to one that folds like it, so that two bytes tolower()
 // pairs always fold alike (true in the "C" locale and in the usual single-byte and UTF-8 ones).
 bool FileNameIndex::FoldAgreesWithLocale() {
-    for (int c = 0; c < 256; ++c) {
-        if (kFold[static_cast<uint8_t>(std::tolower(c))] != kFold[c]) {
-            return false;
+    const auto agrees = [] {
+        for (int c = 0; c < 256; ++c) {
+            if (kFold[static_cast<uint8_t>(std::tolower(c))] != kFold[c]) {
+                return false;
+            }
         }
+        return true;
+    };
+#ifdef __GLIBC__
+    // The answer depends only on the calling thread's tolower() table, which glibc exposes and
+    // never changes for a given locale: it is worked out once per table, not on every query.
+    thread_local const int32_t* checkedTable = nullptr;
+    thread_local bool checkedAgrees = false;
+    const int32_t* table = *__ctype_tolower_loc();
+    if (table != checkedTable) {
+        checkedAgrees = agrees();
+        checkedTable = table;
     }
-    return true;
+    return checkedAgrees;
+#else
+    return agrees();
+#endif
 }
