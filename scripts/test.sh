@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test: the debug suite, then the sanitizer suites.
+# Builds everything and runs every test: the debug suite, the clang lock-rule check, then the
+# sanitizer suites.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -7,6 +8,12 @@ jobs=$(nproc)
 cmake --preset default
 cmake --build --preset default -j "$jobs"
 ctest --preset default -j "$jobs"
+
+# The library alone, compiled by clang with -Wthread-safety -Werror: the lock rules annotated in
+# the sources (src/plugin/Lock.h) are checked, and a broken one fails the build.
+echo "== thread-safety check"
+cmake --preset thread-safety
+cmake --build --preset thread-safety -j "$jobs"
 
 # The whole suite again under AddressSanitizer + UndefinedBehaviorSanitizer (LeakSanitizer on,
 # with sanitizers/lsan.supp) and under ThreadSanitizer; each halts on its first report.

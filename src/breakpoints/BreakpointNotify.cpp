@@ -10,7 +10,7 @@ void MonoDebuggerHandling::QuarnBreakpointNotify(int isSet, void* method, int64_
         Ptr(method), " ", Ptr(breakpoint));
     if (isSet != 0) {
         {
-            std::lock_guard<std::mutex> lock(mutex);
+            MutexLock lock(mutex);
             MethodCacheEntry* entry;
             QuarnDebugMetadata* item;
             if (!MethodPtrToMethodCacheEntry(method, entry, item)) {
@@ -25,7 +25,7 @@ void MonoDebuggerHandling::QuarnBreakpointNotify(int isSet, void* method, int64_
         return;
     }
     {
-        std::lock_guard<std::mutex> lock(mutex);
+        MutexLock lock(mutex);
         if (breakpointMethods.contains(breakpoint)) {
             Log(1, "QuarnBreakpointNotify : Remove Breakpoint ", Ptr(breakpoint));
             RemoveBreakpointForEntryPoints(breakpoint);

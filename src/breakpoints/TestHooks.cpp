@@ -5,7 +5,7 @@
 // Copies the hash that `read` picks from a valid handle's entry and item, under the lock;
 // returns 0 and leaves `result` alone for an invalid handle.
 int MonoDebuggerHandling::CopyHashOfHandle(void* method, Hash128* result, HandleHashReader read) {
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     MethodCacheEntry* entry;
     QuarnDebugMetadata* item;
     if (!MethodPtrToMethodCacheEntry(method, entry, item)) {
@@ -29,12 +29,12 @@ int MonoDebuggerHandling::TestFetchMethodHash(void* method, Hash128* result) {
 }
 
 int MonoDebuggerHandling::TestBreakpointSet(Hash128* entryHash) {
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     return breakpointMap.contains(*entryHash) ? 1 : 0;
 }
 
 uint32_t MonoDebuggerHandling::TestFetchEntryPointCountForHash(Hash128* entryHash) {
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     const auto found = entryPoints.find(*entryHash);
     return found == entryPoints.end() ? 0 : static_cast<uint32_t>(found->second.size());
 }

@@ -11,7 +11,7 @@ using logfmt::Ptr;
 void MonoDebuggerHandling::RegisterEntryPoint(void* library, Hash128 entryHash, void* native,
                                               void* stub, void* callback, void* callbackContext) {
     Log(1, "RegisterEntryPoint : ", Ptr(library), " ", entryHash, " - Native ", Ptr(native));
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     std::vector<EntryPoint>& list = entryPoints[entryHash];
     bool appended = false;
     try {

@@ -33,7 +33,7 @@ HandleArena& HandleArena::Instance() {
 
 HandleArena::Range HandleArena::Acquire(size_t bytes) {
     const size_t size = RoundUpToPages(bytes);
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     if (static_cast<size_t>(end - next) < size) {
         const size_t chunk = std::max(kChunkBytes, size);
         void* mapped = mmap(nullptr, chunk, PROT_READ | PROT_WRITE,
@@ -59,11 +59,11 @@ void HandleArena::Release(Range range) noexcept {
         return;
     }
     madvise(range.start, range.bytes, MADV_DONTNEED);
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     heldBytes -= range.bytes;
 }
 
 size_t HandleArena::HeldBytes() {
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     return heldBytes;
 }

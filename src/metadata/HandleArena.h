@@ -3,7 +3,8 @@
 #pragma once
 
 #include <cstddef>
-#include <mutex>
+
+#include "plugin/Lock.h"
 
 // Hands out page-aligned ranges of fresh addresses and takes their pages back. Chunks are
 // mapped private, anonymous and without swap reservation; a released range keeps its addresses
@@ -21,17 +22,17 @@ class HandleArena {
 
     // A range of at least `bytes` addresses never handed out before, writable, its pages
     // already faulted in. Throws std::bad_alloc when the address space cannot be reserved.
-    Range Acquire(size_t bytes);
+    Range Acquire(size_t bytes) EXCLUDES(mutex);
     // Returns the range's pages to the system; its addresses stay mapped and read as zeros.
-    void Release(Range range) noexcept;
+    void Release(Range range) noexcept EXCLUDES(mutex);
     // Bytes of the ranges acquired and not yet released (what the arena keeps resident).
-    size_t HeldBytes();
+    size_t HeldBytes() EXCLUDES(mutex);
 
   private:
     HandleArena() = default;
 
-    std::mutex mutex;
-    char* next = nullptr;  // guarded by `mutex`: first fresh address of the current chunk
-    char* end = nullptr;   // guarded by `mutex`: end of the current chunk
-    size_t heldBytes = 0;  // guarded by `mutex`
+    Mutex mutex;
+    char* next GUARDED_BY(mutex) = nullptr;  // first fresh address of the current chunk
+    char* end GUARDED_BY(mutex) = nullptr;   // end of the current chunk
+    size_t heldBytes GUARDED_BY(mutex) = 0;
 };

@@ -45,14 +45,14 @@ void MonoDebuggerHandling::ProcessLibraryMetadata(void* libraryHandle) {
             continue;
         }
         // Locked once per item, so debugger queries can run between items.
-        std::lock_guard<std::mutex> lock(mutex);
+        MutexLock lock(mutex);
         hashToMetadata.ExpectMore(record->methodCount, reader.ItemCount() - item + 1);
         RegisterItem(record.get());
         record.release();  // owned by metadataItems now
         added = true;
     }
     {
-        std::lock_guard<std::mutex> lock(mutex);
+        MutexLock lock(mutex);
         LogCacheTotals();
     }
     if (added) {
@@ -62,7 +62,7 @@ void MonoDebuggerHandling::ProcessLibraryMetadata(void* libraryHandle) {
 
 void MonoDebuggerHandling::UnloadLibraryMetadata(void* libraryHandle) {
     Log(1, "UnloadLibraryMetadata : ", Ptr(libraryHandle));
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     LibraryIndex::Contents* contents = libraries.Find(libraryHandle);
     while (contents != nullptr && !contents->items.empty()) {
         QuarnDebugMetadata* item = *contents->items.begin();
@@ -76,7 +76,7 @@ void MonoDebuggerHandling::UnloadLibraryMetadata(void* libraryHandle) {
 
 void MonoDebuggerHandling::ClearLibraryMetadata() {
     Log(1, "ClearLibraryMetadata");
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     for (QuarnDebugMetadata* item : metadataItems) {
         methodCache.Dropped(item);
     }
@@ -94,13 +94,13 @@ void MonoDebuggerHandling::ClearLibraryMetadata() {
 // is as it was.
 void MonoDebuggerHandling::RegisterItem(QuarnDebugMetadata* item) {
     fileNames.Add(*item);
-    UndoOnThrow undoFiles([&] { fileNames.Remove(*item); });
+    UndoOnThrow undoFiles([&]() REQUIRES(mutex) { fileNames.Remove(*item); });
     hashToMetadata.Add(*item);
-    UndoOnThrow undoMethods([&] { hashToMetadata.Remove(*item); });
+    UndoOnThrow undoMethods([&]() REQUIRES(mutex) { hashToMetadata.Remove(*item); });
     libraries.AddItem(item);
-    UndoOnThrow undoLibrary([&] { libraries.RemoveItem(item); });
+    UndoOnThrow undoLibrary([&]() REQUIRES(mutex) { libraries.RemoveItem(item); });
     metadataItems.insert(item);
-    UndoOnThrow undoItems([&] { metadataItems.erase(item); });
+    UndoOnThrow undoItems([&]() REQUIRES(mutex) { metadataItems.erase(item); });
     auto [slot, inserted] = itemByHash.try_emplace(item->hash, item);
     // Nothing below throws.
     methodCache.Registered(*item);

@@ -10,7 +10,7 @@ void MonoDebuggerHandling::DumpState() {
     if (!Logging()) {
         return;
     }
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     Log(2, "---STATE-START---");
     DumpItems();
     DumpCaches();

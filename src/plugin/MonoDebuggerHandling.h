@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -18,6 +17,7 @@
 #include "metadata/RecordLifetimes.h"
 #include "mono_debugger_handling.h"
 #include "plugin/DebugLogWriter.h"
+#include "plugin/Lock.h"
 #include "plugin/LogFormat.h"
 #include "trampoline/JITBuffer.h"
 #include "trampoline/Trampoline.h"
@@ -31,9 +31,11 @@ using CallbacksRecord = mdh_callbacks;
 // subsystem: plugin/ (lifecycle), trampoline/ (C-level wrappers), metadata/ (registry, caches,
 // state dump), entrypoints/, breakpoints/, queries/.
 //
-// Locking: `mutex` guards every container below it and `methodCacheGeneration`. Public entry
-// points write their first log line, then lock. Members marked "caller holds mutex" never lock.
-// DumpState and RequestFlushClientDebuggerKnowledge must be called with the mutex released.
+// Locking (checked by clang, see plugin/Lock.h): `mutex` guards the members marked GUARDED_BY.
+// Public entry points write their first log line, then lock (EXCLUDES). REQUIRES members never
+// lock. DumpState and RequestFlushClientDebuggerKnowledge must be called with the mutex released.
+// Members with neither annotation never lock, and outside construction and destruction touch
+// nothing the mutex guards.
 class MonoDebuggerHandling {
   public:
     explicit MonoDebuggerHandling(std::string placeholderAssemblyPath);
@@ -46,66 +48,74 @@ class MonoDebuggerHandling {
     void Shutdown();
     CallbacksRecord* Callbacks() const { return callbacks; }
 
-    // ---- metadata/ (locks) ----
-    void ProcessLibraryMetadata(void* libraryHandle);
-    void UnloadLibraryMetadata(void* libraryHandle);
-    void ClearLibraryMetadata();
-    void DumpState();
+    // ---- metadata/ ----
+    void ProcessLibraryMetadata(void* libraryHandle) EXCLUDES(mutex);
+    void UnloadLibraryMetadata(void* libraryHandle) EXCLUDES(mutex);
+    void ClearLibraryMetadata() EXCLUDES(mutex);
+    void DumpState() EXCLUDES(mutex);
 
     // ---- entrypoints/ ----
     void RegisterEntryPoint(void* library, Hash128 entryHash, void* native, void* stub,
-                            void* callback, void* callbackContext);  // locks
-    void QuarnFinishSetup();                                         // no lock
-    void EnableDisableQuarnJobFunctionPointer(Hash128 entryHash);    // caller holds mutex
+                            void* callback, void* callbackContext) EXCLUDES(mutex);
+    void QuarnFinishSetup();
+    void EnableDisableQuarnJobFunctionPointer(Hash128 entryHash) REQUIRES(mutex);
 
     // ---- breakpoints/ ----
-    void QuarnBreakpointNotify(int isSet, void* method, int64_t unused, void* breakpoint);
-    void AddBreakpointForEntryPoints(void* unused, const Hash128& methodHash,
-                                     void* breakpoint);            // caller holds mutex
-    void RemoveBreakpointForEntryPoints(void* breakpoint);         // caller holds mutex
-    void RequestFlushClientDebuggerKnowledge();                    // mutex released
-    int TestFetchEntryPointHash(void* method, Hash128* result);    // locks
-    int TestFetchMethodHash(void* method, Hash128* result);        // locks
-    int TestBreakpointSet(Hash128* entryHash);                     // locks
-    uint32_t TestFetchEntryPointCountForHash(Hash128* entryHash);  // locks
+    void QuarnBreakpointNotify(int isSet, void* method, int64_t unused, void* breakpoint)
+        EXCLUDES(mutex);
+    void AddBreakpointForEntryPoints(void* unused, const Hash128& methodHash, void* breakpoint)
+        REQUIRES(mutex);
+    void RemoveBreakpointForEntryPoints(void* breakpoint) REQUIRES(mutex);
+    void RequestFlushClientDebuggerKnowledge() EXCLUDES(mutex);
+    int TestFetchEntryPointHash(void* method, Hash128* result) EXCLUDES(mutex);
+    int TestFetchMethodHash(void* method, Hash128* result) EXCLUDES(mutex);
+    int TestBreakpointSet(Hash128* entryHash) EXCLUDES(mutex);
+    uint32_t TestFetchEntryPointCountForHash(Hash128* entryHash) EXCLUDES(mutex);
 
     // ---- queries/ ----
-    int QuarnIsFileQuarned(int ignoreCase, const char* path);               // locks
-    void QuarnFetchFiles(void* buffer, unsigned int value, int, int, int);  // locks
-    void QuarnFetchMethods(void* buffer, void* idContext, int idArgument, int, int, int);
+    int QuarnIsFileQuarned(int ignoreCase, const char* path) EXCLUDES(mutex);
+    void QuarnFetchFiles(void* buffer, unsigned int value, int, int, int) EXCLUDES(mutex);
+    void QuarnFetchMethods(void* buffer, void* idContext, int idArgument, int, int, int)
+        EXCLUDES(mutex);
     void QuarnFetchDebugInfo(void* buffer, void* method, int versionKnown, int majorVersion,
-                             int minorVersion);  // locks
+                             int minorVersion) EXCLUDES(mutex);
     void QuarnFetchMethodInfo(void* buffer, void* method, int versionKnown, int majorVersion,
-                              int minorVersion);                           // locks
-    void QuarnFetchParamInfo(void* buffer, void* method, int, int, int);   // no lock
-    void QuarnFetchMethodName(void* buffer, void* method, int, int, int);  // no lock
-    // The one rule that turns a method handle back into its entry and item. Caller holds mutex.
+                              int minorVersion) EXCLUDES(mutex);
+    void QuarnFetchParamInfo(void* buffer, void* method, int, int, int);
+    void QuarnFetchMethodName(void* buffer, void* method, int, int, int);
+    // The one rule that turns a method handle back into its entry and item.
     bool MethodPtrToMethodCacheEntry(void* method, MethodCacheEntry*& entry,
-                                     QuarnDebugMetadata*& metadata);
+                                     QuarnDebugMetadata*& metadata) REQUIRES(mutex);
     void LogMD5Hash(int level, const char* prefix, const unsigned char* digest);
 
     // ---- trampoline/: C-level wrappers the trampolines call, the object inserted first ----
     static void CQuarnFinishSetup(MonoDebuggerHandling* self);
-    static int CQuarnIsFileQuarned(MonoDebuggerHandling* self, int ignoreCase, const char* path);
+    static int CQuarnIsFileQuarned(MonoDebuggerHandling* self, int ignoreCase, const char* path)
+        EXCLUDES(self->mutex);
     static void CQuarnFetchFiles(MonoDebuggerHandling* self, void* buffer, unsigned int value,
-                                 int a, int b, int c);
+                                 int a, int b, int c) EXCLUDES(self->mutex);
     static void CQuarnFetchMethods(MonoDebuggerHandling* self, void* buffer, void* idContext,
-                                   int idArgument, int a, int b, int c);
+                                   int idArgument, int a, int b, int c) EXCLUDES(self->mutex);
     static void CQuarnFetchDebugInfo(MonoDebuggerHandling* self, void* buffer, void* method,
-                                     int versionKnown, int majorVersion, int minorVersion);
+                                     int versionKnown, int majorVersion, int minorVersion)
+        EXCLUDES(self->mutex);
     static void CQuarnFetchMethodInfo(MonoDebuggerHandling* self, void* buffer, void* method,
-                                      int versionKnown, int majorVersion, int minorVersion);
+                                      int versionKnown, int majorVersion, int minorVersion)
+        EXCLUDES(self->mutex);
     static void CQuarnFetchParamInfo(MonoDebuggerHandling* self, void* buffer, void* method,
                                      int versionKnown, int majorVersion, int minorVersion);
     static void CQuarnFetchMethodName(MonoDebuggerHandling* self, void* buffer, void* method,
                                       int versionKnown, int majorVersion, int minorVersion);
     static void CQuarnBreakpointNotify(MonoDebuggerHandling* self, int isSet, void* method,
-                                       int64_t unused, void* breakpoint);
-    static int CTestFetchEntryPointHash(MonoDebuggerHandling* self, void* method, Hash128* result);
-    static int CTestFetchMethodHash(MonoDebuggerHandling* self, void* method, Hash128* result);
-    static int CTestBreakpointSet(MonoDebuggerHandling* self, Hash128* entryHash);
-    static uint32_t CTestFetchEntryPointCountForHash(MonoDebuggerHandling* self,
-                                                     Hash128* entryHash);
+                                       int64_t unused, void* breakpoint) EXCLUDES(self->mutex);
+    static int CTestFetchEntryPointHash(MonoDebuggerHandling* self, void* method, Hash128* result)
+        EXCLUDES(self->mutex);
+    static int CTestFetchMethodHash(MonoDebuggerHandling* self, void* method, Hash128* result)
+        EXCLUDES(self->mutex);
+    static int CTestBreakpointSet(MonoDebuggerHandling* self, Hash128* entryHash)
+        EXCLUDES(self->mutex);
+    static uint32_t CTestFetchEntryPointCountForHash(MonoDebuggerHandling* self, Hash128* entryHash)
+        EXCLUDES(self->mutex);
 
   private:
     friend class MonoDebuggerHandlingInspector;  // read-only access for unit tests
@@ -113,29 +123,31 @@ class MonoDebuggerHandling {
     // ---- trampoline/ ----
     void GenerateCallbackTrampolines();
 
-    // ---- metadata/ (caller holds mutex) ----
-    void RegisterItem(QuarnDebugMetadata* item);
-    void DropItem(QuarnDebugMetadata* item) noexcept;
-    void LogCacheTotals();
-    void DumpItems();
-    void DumpCaches();
-    void DumpBreakpointsAndEntryPoints();
+    // ---- metadata/ ----
+    void RegisterItem(QuarnDebugMetadata* item) REQUIRES(mutex);
+    void DropItem(QuarnDebugMetadata* item) noexcept REQUIRES(mutex);
+    void LogCacheTotals() REQUIRES(mutex);
+    void DumpItems() REQUIRES(mutex);
+    void DumpCaches() REQUIRES(mutex);
+    void DumpBreakpointsAndEntryPoints() REQUIRES(mutex);
 
     // ---- breakpoints/ ----
     using HandleHashReader = Hash128 (*)(const MethodCacheEntry&, const QuarnDebugMetadata&);
-    int CopyHashOfHandle(void* method, Hash128* result, HandleHashReader read);  // locks
+    int CopyHashOfHandle(void* method, Hash128* result, HandleHashReader read) EXCLUDES(mutex);
 
-    // ---- entrypoints/ (caller holds mutex) ----
-    void RemoveEntryPointsOfLibrary(void* libraryHandle);
+    // ---- entrypoints/ ----
+    void RemoveEntryPointsOfLibrary(void* libraryHandle) REQUIRES(mutex);
     void RemoveEntryPoints(std::vector<EntryPoint>& list, void* libraryHandle,
-                           const Hash128& entryHash);
-    void SwitchStub(const EntryPoint& entry, bool managed);
+                           const Hash128& entryHash) REQUIRES(mutex);
+    void SwitchStub(const EntryPoint& entry, bool managed) REQUIRES(mutex);
 
-    // ---- queries/ (caller holds mutex) ----
+    // ---- queries/ ----
     void WriteDebugInfoFiles(void* buffer, const QuarnDebugMetadata& item,
-                             const MethodDebugInfo& method, const ProtocolVersion& version);
+                             const MethodDebugInfo& method, const ProtocolVersion& version)
+        REQUIRES(mutex);
     void WriteSequencePoints(void* buffer, const QuarnDebugMetadata& item,
-                             const MethodDebugInfo& method, const ProtocolVersion& version);
+                             const MethodDebugInfo& method, const ProtocolVersion& version)
+        REQUIRES(mutex);
 
     // Writes one log line built from `pieces`; nothing is formatted when the line would not
     // be written.
@@ -153,26 +165,30 @@ class MonoDebuggerHandling {
     Trampoline<MonoDebuggerHandling>* trampoline = nullptr;  // owned
     JITBuffer* jitBuffer = nullptr;                          // owned; holds the trampolines
 
-    // Guarded by `mutex` from here to `libraries`. Every registry change updates the indexes
-    // below for the items and entry points it adds or removes, never walking the others.
-    FileNameIndex fileNames;     // distinct file names of the registered items
-    MethodIndex hashToMetadata;  // per distinct method hash: every item holding it, and the
-                                 // one answering for it in the method list
-    std::unordered_map<Hash128, std::unordered_set<void*>> breakpointMap;  // no empty sets
-    std::unordered_map<Hash128, std::vector<EntryPoint>> entryPoints;      // registration order
-    std::unordered_set<QuarnDebugMetadata*> metadataItems;  // owns the registered records
+    // Every registry change updates the indexes below for the items and entry points it adds
+    // or removes, never walking the others.
+    FileNameIndex fileNames GUARDED_BY(mutex);  // distinct file names of the registered items
+    // Per distinct method hash: every item holding it, and the one answering for it in the
+    // method list.
+    MethodIndex hashToMetadata GUARDED_BY(mutex);
+    // The breakpoints on each entry hash; no empty sets.
+    std::unordered_map<Hash128, std::unordered_set<void*>> breakpointMap GUARDED_BY(mutex);
+    // The entry points of each entry hash, in registration order.
+    std::unordered_map<Hash128, std::vector<EntryPoint>> entryPoints GUARDED_BY(mutex);
+    // Owns the registered records.
+    std::unordered_set<QuarnDebugMetadata*> metadataItems GUARDED_BY(mutex);
     // The current batch of method handles, and the dropped items a handle may still name.
-    RecordLifetimes methodCache;
-    std::unordered_set<void*> breakpointMethods;
+    RecordLifetimes methodCache GUARDED_BY(mutex);
+    std::unordered_set<void*> breakpointMethods GUARDED_BY(mutex);
     // The registered item of each item hash (a new item replaces the older one with its hash).
-    std::unordered_map<Hash128, QuarnDebugMetadata*> itemByHash;
+    std::unordered_map<Hash128, QuarnDebugMetadata*> itemByHash GUARDED_BY(mutex);
     // Each library's items and entry hashes, so an unload touches that library's records only.
-    LibraryIndex libraries;
+    LibraryIndex libraries GUARDED_BY(mutex);
 
     // The handling object's one lock; not recursive.
-    std::mutex mutex;
+    Mutex mutex;
     // Null when logging is off. Never destroyed: the log stays open until the process ends.
     DebugLogWriter* logWriter = nullptr;
-    // Low half: batch counter; high half: its complement. Guarded by `mutex`.
-    uint64_t methodCacheGeneration = 0;
+    // Low half: batch counter; high half: its complement.
+    uint64_t methodCacheGeneration GUARDED_BY(mutex) = 0;
 };

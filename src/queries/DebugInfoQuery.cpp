@@ -15,7 +15,7 @@ constexpr size_t kDigestSize = 16;
 void MonoDebuggerHandling::QuarnFetchDebugInfo(void* buffer, void* method, int versionKnown,
                                                int majorVersion, int minorVersion) {
     Log(1, "FetchDebugInfo : ", Ptr(buffer), " ", Ptr(method));
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     MethodCacheEntry* entry;
     QuarnDebugMetadata* item;
     if (!MethodPtrToMethodCacheEntry(method, entry, item)) {

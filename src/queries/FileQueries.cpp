@@ -8,7 +8,7 @@ using logfmt::Int;
 using logfmt::Ptr;
 
 int MonoDebuggerHandling::QuarnIsFileQuarned(int ignoreCase, const char* path) {
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     const std::string_view wanted(path);
     const bool found = fileNames.Candidates(wanted, ignoreCase != 0, [&](std::string_view name) {
         return FileNameMatches(name, wanted, ignoreCase != 0);
@@ -19,7 +19,7 @@ int MonoDebuggerHandling::QuarnIsFileQuarned(int ignoreCase, const char* path) {
 
 void MonoDebuggerHandling::QuarnFetchFiles(void* buffer, unsigned int value, int, int, int) {
     Log(1, "FetchFiles : ", Ptr(buffer), " ", logfmt::UInt{value}, " ");
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     const auto count = static_cast<int32_t>(fileNames.size());
     Log(1, "    TotalFiles : ", Int{count});
     callbacks->writeInt(buffer, count);

@@ -15,7 +15,7 @@ constexpr int32_t kReturnTypeId = 1;
 void MonoDebuggerHandling::QuarnFetchMethodInfo(void* buffer, void* method, int versionKnown,
                                                 int majorVersion, int minorVersion) {
     Log(1, "FetchMethodInfo : ", Ptr(buffer), " ", Ptr(method));
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     MethodCacheEntry* entry;
     QuarnDebugMetadata* item;
     // An invalid handle gets token 0, silently.

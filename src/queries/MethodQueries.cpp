@@ -15,7 +15,7 @@ constexpr uint32_t kFirstMethodToken = 0x06000001;
 void MonoDebuggerHandling::QuarnFetchMethods(void* buffer, void* idContext, int idArgument, int,
                                              int, int) {
     Log(1, "FetchMethods : ", Ptr(buffer), " ", Ptr(idContext), " ", Int{idArgument});
-    std::lock_guard<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     const auto count = static_cast<int32_t>(hashToMetadata.size());
     Log(1, "    Total Methods : ", Int{count});
     // Every older handle is stale from here on; their pages go back to the system and the

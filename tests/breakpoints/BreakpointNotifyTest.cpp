@@ -104,7 +104,7 @@ TEST(Breakpoints, BadHandlesAndUnknownBreakpoints) {
 DebuggerSession* flushed = nullptr;
 int flushes = 0;
 void ObservingFlush() {
-    std::unique_lock<std::mutex> lock(flushed->Inspect().Mutex(), std::try_to_lock);
+    std::unique_lock lock(flushed->Inspect().ObjectMutex(), std::try_to_lock);
     EXPECT_TRUE(lock.owns_lock());
     EXPECT_EQ(flushed->LogSince(flushed->LogMark() - 36), "RequestFlushClientDebuggerKnowledge\n");
     ++flushes;
