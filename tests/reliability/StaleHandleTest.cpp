@@ -23,7 +23,8 @@ std::set<const void*> FreedDuring(const std::function<void()>& run) {
     run();
     gOnFree = nullptr;
     EXPECT_LT(gFreedCount, std::size(gFreed)) << "more frees than recorded";
-    return {gFreed, gFreed + std::min(std::exchange(gFreedCount, 0), std::size(gFreed))};
+    return std::set<const void*>(
+        gFreed, gFreed + std::min(std::exchange(gFreedCount, 0), std::size(gFreed)));
 }
 
 TEST(StaleHandles, OldHandlesAreRejectedAfterEveryReloadAndTheirRecordsOutliveTheirList) {
