@@ -1,8 +1,6 @@
 // A whole debugging run through the real plug-in: a host that dlopens it, a debugger side that
 // finds the callbacks record through the command string, and entry points that are real stubs.
 
-#include <dlfcn.h>
-
 #include <regex>
 #include <set>
 #include <unordered_map>
@@ -15,37 +13,23 @@ namespace {
 TEST(DebuggingRun, FromInitializeToDispose) {
     TempWorkingDirectory directory;
     ScopedEnvironment logging("ORVEL_QUARN_DEBUG", "3");
-    void* plugin = dlopen(PluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(plugin, nullptr) << dlerror();
-    // The exports a host calls, looked up by name; nothing of the plug-in's internals is used.
-#define MDH_EXPORT(name)                                                         \
-    const auto name = reinterpret_cast<decltype(&::name)>(dlsym(plugin, #name)); \
-    ASSERT_NE(name, nullptr) << #name
-    MDH_EXPORT(initialize);
-    MDH_EXPORT(startup);
-    MDH_EXPORT(library_loaded);
-    MDH_EXPORT(register_entry);
-    MDH_EXPORT(library_unloaded);
-    MDH_EXPORT(shut_down);
-    MDH_EXPORT(request_flush_client_debugger_knowledge);
-    MDH_EXPORT(dispose);
-#undef MDH_EXPORT
+    const PluginExports x;  // the exports a host calls; nothing of the plug-in's internals
     LoadedLibrary libraryA("fixture_a"), libraryB("fixture_b");
     JumpStubs stubs;
     void* const stub[3] = {stubs.MakeNative(0), stubs.MakeNative(1), stubs.MakeNative(2)};
     const mdh_hash128 a1 = FIXTURE_ITEM_A1, a2 = FIXTURE_ITEM_A2, b1 = FIXTURE_ITEM_B1;
-    mdh_handle handle = initialize("/data/Orvel.Quarn.Placeholder.dll");
-    mdh_callbacks* record = RecordFromCommand(startup(handle));
+    mdh_handle handle = x.initialize("/data/Orvel.Quarn.Placeholder.dll");
+    mdh_callbacks* record = RecordFromCommand(x.startup(handle));
     InstallWriters(record);
     InstallShutdownAndFlush(record);
     record->finishSetup();
-    library_loaded(handle, libraryA.Handle());
-    library_loaded(handle, libraryB.Handle());
+    x.library_loaded(handle, libraryA.Handle());
+    x.library_loaded(handle, libraryB.Handle());
     EXPECT_EQ(FlushCalls(), 2);
-    register_entry(handle, libraryA.Handle(), a1, kNative, stub[0], nullptr, nullptr);
-    register_entry(handle, libraryA.Handle(), a2, kNative, stub[1], nullptr, nullptr);
-    register_entry(handle, libraryB.Handle(), b1, kNative, stub[2], nullptr, nullptr);
-    register_entry(handle, libraryB.Handle(), b1, kNative, nullptr, HostCallback, Ptr(0xC0));
+    x.register_entry(handle, libraryA.Handle(), a1, kNative, stub[0], nullptr, nullptr);
+    x.register_entry(handle, libraryA.Handle(), a2, kNative, stub[1], nullptr, nullptr);
+    x.register_entry(handle, libraryB.Handle(), b1, kNative, stub[2], nullptr, nullptr);
+    x.register_entry(handle, libraryB.Handle(), b1, kNative, nullptr, HostCallback, Ptr(0xC0));
     // The file and method lists, and the log lines that list them in reply order.
     ReplyBuffer files, methods, info;
     record->fetchFiles(&files, 0, 1, 2, 32);
@@ -79,15 +63,14 @@ TEST(DebuggingRun, FromInitializeToDispose) {
     EXPECT_EQ(Execution(stub, *record), "MNM101M2");
     record->breakpointNotify(0, nullptr, 0, Ptr(0xB001));
     EXPECT_EQ(Execution(stub, *record), "NNN000N3");
-    library_unloaded(handle, libraryB.Handle());
+    x.library_unloaded(handle, libraryB.Handle());
     EXPECT_EQ(record->testFetchEntryPointCountForHash(&b1), 0u);
-    shut_down(handle);
+    x.shut_down(handle);
     EXPECT_EQ(ShutdownCalls(), 1);
     EXPECT_EQ(record->flushClientKnowledge, nullptr);
-    request_flush_client_debugger_knowledge(handle);
+    x.request_flush_client_debugger_knowledge(handle);
     EXPECT_EQ(FlushCalls(), 2);
-    dispose(handle);
-    dlclose(plugin);
+    x.dispose(handle);
     std::ifstream file(directory.LogPath());
     const std::string log(std::istreambuf_iterator<char>(file), {});
     // clang-format off
