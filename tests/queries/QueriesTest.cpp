@@ -184,12 +184,15 @@ TEST(MethodQueries, DetailLinesByLogLevel) {
         session.Load("fixture_a");
         void* handle = DebuggerSession::HandleOf(session.FetchMethods(), kMethodA1Only);
         const size_t mark = session.LogMark();
-        session.Ask(&mdh_callbacks::fetchDebugInfo, handle, {1, 2, 14});
+        session.Ask(&mdh_callbacks::fetchDebugInfo, handle, {1, 2, 32});
         session.record.fetchFiles(&session.reply, 0, 0, 0, 0);
         const std::string log = session.LogSince(mark);
         EXPECT_EQ(log.find("\n        Path : src/A1.cs\n") != log.npos, level == '3');
         EXPECT_EQ(log.find("\n  FILE: src/A1.cs\n    HASH: Null\n") != log.npos, level >= '2');
-        EXPECT_EQ(log.find("\n  Sequence Points: \n") != log.npos, level == '3');
+        EXPECT_EQ(
+            log.find("\n  Sequence Points: \n    IL:0 StartLine:7\n    File:0\n    StartColumn:2\n"
+                     "    EndLine:7  EndColumn:30\n") != log.npos,
+            level == '3');
     }
 }
 
