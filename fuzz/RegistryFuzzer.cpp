@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -20,6 +20,7 @@
 #include "plugin/MonoDebuggerHandling.h"
 #include "support/Inspector.h"
 #include "support/ReferenceCaches.h"
+#include "support/RegistryModel.h"
 
 namespace {
 
@@ -29,28 +30,16 @@ constexpr size_t kLibraries = 3;
 const quarn_hash128 kItemHashes[] = {{0x1, 0x100}, {0x2, 0x100}, {0x3, 0x100}, {0x4, 0x100}};
 const quarn_hash128 kMethodHashes[] = {{0x1, 0x200}, {0x2, 0x200}, {0x3, 0x200},
                                        {0x4, 0x200}, {0x5, 0x200}, {0x6, 0x200}};
-const char* const kPaths[] = {"a.cs", "dir/a.cs", "./dir/a.cs", "A.cs", "b.cs", "dir\\b.cs", "",
-                              "./a.cs", "./", "x/dir\\a.cs"};
+const char* const kPaths[] = {"a.cs",      "dir/a.cs", "./dir/a.cs", "A.cs", "b.cs",
+                              "dir\\b.cs", "",         "./a.cs",     "./",   "x/dir\\a.cs"};
 const int32_t kCounts[] = {-2, -1, 0, 1, 1, 2, 2, 3, 4};
 const int32_t kAuxCounts[] = {0, 1, 1, 1, 7};
 const int32_t kHeaderCounts[] = {-1, 0, 1, 2, 2, 3, 3, 4};
 
-using HashKey = std::pair<uint64_t, uint64_t>;
-HashKey Key(const quarn_hash128& hash) {
-    return {hash.word0, hash.word1};
-}
-HashKey Key(const Hash128& hash) {
-    return {hash.word0, hash.word1};
-}
-
-[[noreturn]] void Fail(const char* what) {
-    std::fprintf(stderr, "registry check failed: %s\n", what);
-    std::abort();
-}
-
-void Expect(bool holds, const char* what) {
-    if (!holds) {
-        Fail(what);
+void Expect(const std::string& difference) {
+    if (!difference.empty()) {
+        std::fprintf(stderr, "registry check failed: %s\n", difference.c_str());
+        std::abort();
     }
 }
 
@@ -101,60 +90,14 @@ std::unique_ptr<LibraryTables> GenerateTables(FuzzInput& input) {
     return result;
 }
 
-// What the registry must hold: per item hash, the last kept item loaded with it.
-struct ModelItem {
-    void* library;
-    const quarn_debug_item* description;
-};
-using RegistryModel = std::map<HashKey, ModelItem>;
-
-void ModelLoad(RegistryModel& model, void* library, const quarn_debug_library& tables) {
-    if (static_cast<int32_t>(tables.itemCount) < 1) {
-        return;  // the header is rejected
-    }
-    for (uint64_t i = 0; i < tables.itemCount; ++i) {
-        const quarn_debug_item& item = tables.items[i];
-        if (item.methodCount != 0 && item.fileCount != 0 && item.auxCount != 0) {
-            model[Key(item.hash)] = {library, &item};
-        }
-    }
-}
-
-void ModelUnload(RegistryModel& model, void* library) {
-    std::erase_if(model, [&](const auto& entry) { return entry.second.library == library; });
-}
-
-void CheckItems(const MonoDebuggerHandlingInspector& inspector, const RegistryModel& model) {
-    Expect(inspector.MetadataItems().size() == model.size(), "item count");
-    for (const QuarnDebugMetadata* item : inspector.MetadataItems()) {
-        const auto found = model.find(Key(item->hash));
-        Expect(found != model.end(), "an item the model does not hold");
-        const quarn_debug_item& description = *found->second.description;
-        Expect(item->libraryHandle == found->second.library, "item library");
-        Expect(item->methodCount == description.methodCount, "method count");
-        Expect(item->fileCount == description.fileCount, "file count");
-        Expect(item->methodHashes == reinterpret_cast<const Hash128*>(description.methodHashes),
-               "method table");
-    }
-}
-
 // Paths asked about: the pool's names in other case, with other directories and separators.
 const std::vector<std::string> kProbePaths = {
-    "a.cs", "A.CS", "b.cs", "/x/dir/a.cs", "C:\\x\\DIR\\A.cs", "dir/a.cs", "dir\\b.cs",
-    "/q/Mya.cs", "", "dir/", "/x/"};
-
-// The incremental caches against a rebuild from scratch over the registered items, and the
-// indexed file query against a walk over every name.
-void CheckCaches(MonoDebuggerHandling& handling, const MonoDebuggerHandlingInspector& inspector) {
-    std::string difference = testing_support::DifferenceFromRebuild(inspector);
-    Expect(difference.empty(), difference.c_str());
-    difference = testing_support::MatchDifferenceFromFullWalk(handling, kProbePaths);
-    Expect(difference.empty(), difference.c_str());
-}
+    "a.cs",      "A.CS", "b.cs", "/x/dir/a.cs", "C:\\x\\DIR\\A.cs", "dir/a.cs", "dir\\b.cs",
+    "/q/Mya.cs", "",     "dir/", "/x/"};
 
 // Methods are listed once per distinct hash, and each handle names one of them.
-void CheckMethodList(MonoDebuggerHandling& handling,
-                     const MonoDebuggerHandlingInspector& inspector) {
+std::string MethodListDifference(MonoDebuggerHandling& handling,
+                                 const MonoDebuggerHandlingInspector& inspector) {
     struct Recorded {
         int32_t count = -1;
         std::vector<void*> handles;
@@ -166,17 +109,20 @@ void CheckMethodList(MonoDebuggerHandling& handling,
         static_cast<Recorded*>(buffer)->handles.push_back(method);
     };
     handling.QuarnFetchMethods(&recorded, nullptr, 0, 0, 0, 0);
-    Expect(static_cast<size_t>(recorded.count) == inspector.HashToMetadata().size() &&
-               recorded.handles.size() == inspector.HashToMetadata().size(),
-           "method list length");
-    std::set<HashKey> listed;
+    const size_t methods = inspector.HashToMetadata().size();
+    std::unordered_set<Hash128> listed;
     for (void* method : recorded.handles) {
         Hash128 hash{};
-        Expect(handling.TestFetchMethodHash(method, &hash) == 1, "a fresh handle is rejected");
-        Expect(inspector.HashToMetadata().contains(hash), "a handle to an unknown method");
-        listed.insert(Key(hash));
+        if (handling.TestFetchMethodHash(method, &hash) != 1 ||
+            !inspector.HashToMetadata().contains(hash)) {
+            return "a fresh handle is rejected or names an unknown method";
+        }
+        listed.insert(hash);
     }
-    Expect(listed.size() == recorded.handles.size(), "a method listed twice");
+    return size_t(recorded.count) == methods && listed.size() == methods &&
+                   recorded.handles.size() == methods
+               ? ""
+               : "method list";
 }
 
 }  // namespace
@@ -188,7 +134,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Every version of every library's tables stays alive: records keep pointing into them.
     std::vector<std::unique_ptr<LibraryTables>> versions;
     const LibraryTables* current[kLibraries] = {};
-    RegistryModel model;
+    testing_support::RegistryModel model;
     MonoDebuggerHandling handling("");
     const MonoDebuggerHandlingInspector inspector(handling);
 
@@ -207,22 +153,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 }
                 library.Describe(&current[index]->library);
                 handling.ProcessLibraryMetadata(library.Handle());
-                ModelLoad(model, library.Handle(), current[index]->library);
+                model.Load(library.Handle(), current[index]->library);
                 break;
             case 2:
                 handling.UnloadLibraryMetadata(library.Handle());
-                ModelUnload(model, library.Handle());
+                model.Unload(library.Handle());
                 break;
             case 3:
                 handling.ClearLibraryMetadata();
-                model.clear();
+                model.Clear();
                 break;
             default:
-                CheckMethodList(handling, inspector);
+                Expect(MethodListDifference(handling, inspector));
                 break;
         }
-        CheckItems(inspector, model);
-        CheckCaches(handling, inspector);
+        Expect(model.Difference(inspector));
+        Expect(testing_support::DifferenceFromRebuild(inspector));
+        Expect(testing_support::MatchDifferenceFromFullWalk(handling, kProbePaths));
     }
     for (const ProgrammableLibrary& library : libraries) {
         library.Describe(nullptr);

@@ -40,29 +40,24 @@ struct ItemTables {
     quarn_debug_item item{};
 
     void Generate(FuzzInput& input, int32_t number) {
-        const int32_t files = 1 + static_cast<int32_t>(input.Below(kMaxFiles));
+        const auto below = [&](int32_t bound) { return int32_t(input.Below(size_t(bound))); };
+        const int32_t files = 1 + below(kMaxFiles);
         for (int32_t f = 0; f < files; ++f) {
-            nameOffsets.push_back(static_cast<int32_t>(strings.size()));
+            nameOffsets.push_back(int32_t(strings.size()));
             strings.append("src/F" + std::to_string(f) + ".cs").push_back('\0');
-            digestIndices.push_back(input.Flag() ? -1
-                                                 : static_cast<int32_t>(input.Below(kMaxFiles)));
+            digestIndices.push_back(input.Flag() ? -1 : below(kMaxFiles));
         }
-        const int32_t methodCount = 1 + static_cast<int32_t>(input.Below(kMaxMethods));
+        const int32_t methodCount = 1 + below(kMaxMethods);
         for (int32_t j = 0; j < methodCount; ++j) {
-            methodHashes.push_back({static_cast<uint64_t>(number), static_cast<uint64_t>(j)});
+            methodHashes.push_back({uint64_t(number), uint64_t(j)});
             quarn_method_debug_info& method = methods.emplace_back();
-            method.fileCount = 1 + static_cast<int32_t>(input.Below(static_cast<size_t>(files)));
-            method.firstFile = j * kSliceStride;
-            method.sequencePointCount = static_cast<int32_t>(input.Below(kSliceStride + 1));
-            method.firstSequencePoint = j * kSliceStride;
-            for (int32_t s = 0; s < method.fileCount; ++s) {
-                methodFiles[method.firstFile + s] =
-                    static_cast<int32_t>(input.Below(static_cast<size_t>(files)));
-            }
-            for (int32_t s = 0; s < method.sequencePointCount; ++s) {
-                points[method.firstSequencePoint + s].file =
-                    static_cast<int32_t>(input.Below(static_cast<size_t>(method.fileCount)));
-            }
+            method.fileCount = 1 + below(files);
+            method.firstFile = method.firstSequencePoint = j * kSliceStride;
+            method.sequencePointCount = below(kSliceStride + 1);
+            for (int32_t s = 0; s < method.fileCount; ++s)
+                methodFiles[method.firstFile + s] = below(files);
+            for (int32_t s = 0; s < method.sequencePointCount; ++s)
+                points[method.firstSequencePoint + s].file = below(method.fileCount);
         }
         item = {methodCount,
                 files,
@@ -72,7 +67,7 @@ struct ItemTables {
                 nameOffsets.data(),
                 strings.data(),
                 points.data(),
-                {static_cast<uint64_t>(number), 0xABCD},
+                {uint64_t(number), 0xABCD},
                 methodHashes.data(),
                 digestIndices.data(),
                 digests.data()};
@@ -80,33 +75,29 @@ struct ItemTables {
 
     // Spoils one count or index of this item (number `number`); returns what must be reported.
     Expected Plant(FuzzInput& input, int32_t number, const quarn_hash128& firstItemHash) {
+        const auto below = [&](int32_t bound) { return int32_t(input.Below(size_t(bound))); };
         const size_t j = input.Below(methods.size());
         quarn_method_debug_info& method = methods[j];
         const std::string methodField = "methods[" + std::to_string(j) + "].";
+        const auto at = [&](const char* table, int32_t slot) {
+            return Expected{number, table + ("[" + std::to_string(slot) + "]")};
+        };
         switch (input.Below(8)) {
             case 0: {
-                const int32_t slot =
-                    method.firstFile +
-                    static_cast<int32_t>(input.Below(static_cast<size_t>(method.fileCount)));
-                methodFiles[slot] =
-                    input.Flag() ? -1 : item.fileCount + static_cast<int32_t>(input.Below(3));
-                return {number, "methodFileIndices[" + std::to_string(slot) + "]"};
+                const int32_t slot = method.firstFile + below(method.fileCount);
+                methodFiles[slot] = input.Flag() ? -1 : item.fileCount + below(3);
+                return at("methodFileIndices", slot);
             }
             case 1: {
-                if (method.sequencePointCount == 0) {
-                    method.sequencePointCount = 1;
-                }
-                const int32_t slot = method.firstSequencePoint +
-                                     static_cast<int32_t>(input.Below(
-                                         static_cast<size_t>(method.sequencePointCount)));
-                points[slot].file =
-                    input.Flag() ? -1 : method.fileCount + static_cast<int32_t>(input.Below(3));
-                return {number, "sequencePoints[" + std::to_string(slot) + "].file"};
+                method.sequencePointCount = std::max(method.sequencePointCount, 1);
+                const int32_t slot = method.firstSequencePoint + below(method.sequencePointCount);
+                points[slot].file = input.Flag() ? -1 : method.fileCount + below(3);
+                return {number, at("sequencePoints", slot).second + ".file"};
             }
             case 2: {
-                const size_t f = input.Below(nameOffsets.size());
-                nameOffsets[f] = -1 - static_cast<int32_t>(input.Below(100));
-                return {number, "fileNameOffsets[" + std::to_string(f) + "]"};
+                const int32_t f = below(int32_t(nameOffsets.size()));
+                nameOffsets[f] = -1 - below(100);
+                return at("fileNameOffsets", f);
             }
             case 3:
                 if (methods.size() < 2) {
@@ -114,15 +105,15 @@ struct ItemTables {
                     return {number, "methodCount"};
                 }
                 methodHashes.back() = methodHashes.front();
-                return {number, "methodHashes[" + std::to_string(methods.size() - 1) + "]"};
+                return at("methodHashes", int32_t(methods.size()) - 1);
             case 4:
-                method.sequencePointCount = -1 - static_cast<int32_t>(input.Below(5));
+                method.sequencePointCount = -1 - below(5);
                 return {number, methodField + "sequencePointCount"};
             case 5:
-                method.firstFile = -1 - static_cast<int32_t>(input.Below(5));
+                method.firstFile = -1 - below(5);
                 return {number, methodField + "firstFile"};
             case 6:
-                item.fileCount = input.Flag() ? 0 : -1 - static_cast<int32_t>(input.Below(5));
+                item.fileCount = input.Flag() ? 0 : -1 - below(5);
                 return {number, "fileCount"};
             default:
                 if (number == 1) {
@@ -141,9 +132,11 @@ uint64_t Query(uint64_t item, uint64_t field) {
     return quarn_debug_answer(gLibrary, item, field);
 }
 
-[[noreturn]] void Fail(const std::string& what) {
-    std::fprintf(stderr, "table check: %s\n", what.c_str());
-    std::abort();
+void Check(bool holds, const std::string& what) {
+    if (!holds) {
+        std::fprintf(stderr, "table check: %s\n", what.c_str());
+        std::abort();
+    }
 }
 
 }  // namespace
@@ -169,17 +162,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::erase_if(planted, [](const Expected& expected) { return expected.second == "hash"; });
     }
     quarn_debug_library library = {QUARN_DEBUG_FORMAT_VERSION, items.size(), descriptions.data()};
-    switch (input.Below(8)) {
-        case 6:
-            library.version = input.Flag() ? 0x10000 : 0x20001;
-            planted.insert({0, "version"});
-            break;
-        case 7:
-            library.itemCount = input.Flag() ? 0 : 0xFFFFFFFFull;  // no items, or -1
-            planted = {{0, "itemCount"}};                          // nothing else is read
-            break;
-        default:
-            break;
+    const size_t header = input.Below(8);
+    if (header == 6) {
+        library.version = input.Flag() ? 0x10000 : 0x20001;
+        planted.insert({0, "version"});
+    } else if (header == 7) {
+        library.itemCount = input.Flag() ? 0 : 0xFFFFFFFFull;  // no items, or -1
+        planted = {{0, "itemCount"}};                          // nothing else is read
     }
 
     gLibrary = &library;
@@ -190,24 +179,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int32_t inspectedItems =
         library.itemCount == items.size() ? static_cast<int32_t>(items.size()) : 0;
     for (const TableProblem& problem : problems) {
-        if (problem.item < 0 || problem.item > inspectedItems || problem.field.empty() ||
-            problem.message.empty()) {
-            Fail("a problem names no existing item: " + problem.field + ": " + problem.message);
-        }
-        if (problem.method >= 0 &&
-            (problem.item == 0 || problem.method >= descriptions[problem.item - 1].methodCount)) {
-            Fail("a problem names no existing method: " + problem.field);
-        }
+        Check(problem.item >= 0 && problem.item <= inspectedItems && !problem.field.empty() &&
+                  !problem.message.empty(),
+              "a problem names no existing item: " + problem.field);
+        Check(problem.method < 0 || (problem.item != 0 &&
+                                     problem.method < descriptions[problem.item - 1].methodCount),
+              "a problem names no existing method: " + problem.field);
         reported.insert({problem.item, problem.field});
     }
     for (const Expected& expected : planted) {
-        if (!reported.contains(expected)) {
-            Fail("not reported: item " + std::to_string(expected.first) + " " + expected.second);
-        }
+        Check(reported.contains(expected),
+              "not reported: item " + std::to_string(expected.first) + " " + expected.second);
     }
-    if (planted.empty() && !problems.empty()) {
-        Fail("consistent tables drew a report: " + problems.front().field + ": " +
-             problems.front().message);
-    }
+    Check(!planted.empty() || problems.empty(), "consistent tables drew a report");
     return 0;
 }

@@ -74,7 +74,14 @@ TEST(Breakpoints, BadHandlesAndUnknownBreakpoints) {
     DebuggerSession& session = bench.session;
     void* stale = DebuggerSession::HandleOf(bench.handles, kMethodShared);
     bench.handles = session.FetchMethods();
+    size_t mark = session.LogMark();
     bench.Notify(1, &kMethodA2Only, 1);
+    const std::string a2Only = PointerText(DebuggerSession::HandleOf(bench.handles, kMethodA2Only));
+    EXPECT_TRUE(session.LogSince(mark).starts_with(
+        "QuarnBreakpointNotify : Incoming Breakpoint SET " + a2Only +
+        " 1\nQuarnBreakpointNotify : Add Breakpoint " + a2Only + " 1\n    MethodHash : " +
+        kMethodA2Only.ToString() + "\n        EntryPointHash : " + kItemA2.ToString() + "\n"))
+        << session.LogSince(mark);
     void* unloaded = DebuggerSession::HandleOf(bench.handles, kMethodB1Only);
     mdh_hash128 hash{};
     EXPECT_EQ(session.record.testFetchEntryPointHash(unloaded, &hash), 1);
@@ -91,13 +98,18 @@ TEST(Breakpoints, BadHandlesAndUnknownBreakpoints) {
         EXPECT_EQ(session.LogSince(mark), "QuarnBreakpointNotify : Incoming Breakpoint SET " +
                                               PointerText(method) + " 2\n");
     }
-    const size_t mark = session.LogMark();
+    mark = session.LogMark();
     session.record.breakpointNotify(0, Ptr(-1), 0, Ptr(3));
     const std::string log = session.LogSince(mark);
     const std::string line = "QuarnBreakpointNotify : Incoming Breakpoint REMOVE -1 3\n";
     EXPECT_EQ(log.substr(0, line.size() + 18), line + "---STATE-START---\n");
     EXPECT_EQ(log.rfind("---STATE-START---"), line.size());  // one dump
     EXPECT_EQ(bench.State(), "NMN010N1 1");
+    mark = session.LogMark();
+    bench.Notify(0, nullptr, 1);
+    EXPECT_TRUE(session.LogSince(mark).starts_with(
+        "QuarnBreakpointNotify : Incoming Breakpoint REMOVE 0 1\n"
+        "QuarnBreakpointNotify : Remove Breakpoint 1\n"));
 }
 
 // The debugger side's flush runs unlocked, right after the request's line and before the dump.

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "support/LoggedHandling.h"
 #include "support/JumpStubs.h"
+#include "support/LoggedHandling.h"
 
 namespace {
 using namespace testing_support;
@@ -142,29 +142,6 @@ TEST_F(Metadata, LastLoadedItemWinsAndUnloadDropsOnlyTheEntryPointsOfItsLibrary)
     EXPECT_THAT(LinesSinceMark(), ElementsAre("ClearLibraryMetadata", "FilesCached : 0 vs 0",
                                               "MethodsCached : 0 vs 0"));
     EXPECT_EQ(FlushCalls(), 0);
-}
-
-// Shared.cs and method Shared count twice in the totals while both libraries are loaded.
-TEST_F(Metadata, SharedMethodAndFileStayWithTheOtherLibraryUntilBothAreUnloaded) {
-    const std::tuple<LoadedLibrary&, LoadedLibrary&, Hash128, const char*, const char*> rows[] = {
-        {a, b, kItemB1, "FilesCached : 2 vs 2", "MethodsCached : 2 vs 2"},
-        {b, a, kItemA1, "FilesCached : 3 vs 3", "MethodsCached : 3 vs 3"}};
-    for (const auto& [first, second, remaining, files, methods] : rows) {
-        MarkLog();
-        object.ProcessLibraryMetadata(a.Handle());
-        object.ProcessLibraryMetadata(b.Handle());
-        EXPECT_THAT(Listed(kMethodShared), ElementsAre(kItemA1, kItemB1));
-        object.UnloadLibraryMetadata(first.Handle());
-        EXPECT_THAT(Listed(kMethodShared), ElementsAre(remaining));
-        EXPECT_EQ(inspect.HashToMetadata().at(kMethodShared).first->hash, remaining);
-        object.UnloadLibraryMetadata(second.Handle());
-        EXPECT_TRUE(inspect.HashToMetadataList().empty());
-        std::vector<std::string> lines = LinesSinceMark();
-        std::erase_if(lines, [](const auto& line) { return line.find("Cached : ") > line.size(); });
-        EXPECT_THAT(lines, ElementsAre("FilesCached : 3 vs 3", "MethodsCached : 3 vs 3",
-                                       "FilesCached : 5 vs 4", "MethodsCached : 5 vs 4", files,
-                                       methods, "FilesCached : 0 vs 0", "MethodsCached : 0 vs 0"));
-    }
 }
 
 }  // namespace

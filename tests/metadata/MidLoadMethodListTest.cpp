@@ -37,26 +37,22 @@ struct MidLoadSession {
     }
 };
 
-TEST(MidLoadMethodList, HandlesToTheReplacedItemStayRejectedAfterTheLoad) {
+// Three handles of item 1's new record and three of item 2's old one. Item 1's old record went
+// before any list named it; item 2's old record is named by the mid-load list, so it waits for
+// the next one.
+TEST(MidLoadMethodList, HandlesToTheReplacedItemAreRejectedAndItsRecordFreedOnlyByTheNextList) {
     for (int round = 0; round < 50; ++round) {
         MidLoadSession session;
-        // Three handles of item 1's new record and three of item 2's old one.
+        MonoDebuggerHandlingInspector inspector(session.object);
         ASSERT_EQ(session.midLoadList.Methods().size(), 6u);
         EXPECT_EQ(session.AcceptedHandles(session.midLoadList), 3) << "round " << round;
+        EXPECT_EQ(inspector.RetiredItemCount(), 1u);
+        ReplyBuffer next;
+        session.record->fetchMethods(&next, nullptr, 0, 0, 0, 0);
+        EXPECT_EQ(inspector.RetiredItemCount(), 0u);
+        EXPECT_EQ(session.AcceptedHandles(session.midLoadList), 0);
+        EXPECT_EQ(session.AcceptedHandles(next), 6);
     }
-}
-
-TEST(MidLoadMethodList, ReplacedItemsNamedByTheListAreFreedOnlyByTheNextList) {
-    MidLoadSession session;
-    MonoDebuggerHandlingInspector inspector(session.object);
-    // Item 1's old record went before any list named it; item 2's old record is named by the
-    // mid-load list, so it waits for the next one.
-    EXPECT_EQ(inspector.RetiredItemCount(), 1u);
-    ReplyBuffer next;
-    session.record->fetchMethods(&next, nullptr, 0, 0, 0, 0);
-    EXPECT_EQ(inspector.RetiredItemCount(), 0u);
-    EXPECT_EQ(session.AcceptedHandles(session.midLoadList), 0);
-    EXPECT_EQ(session.AcceptedHandles(next), 6);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 // The debugger's queries through the callbacks record, the method handle rule, the state dump.
 
+#include <set>
+
 #include "support/Session.h"
 
 namespace testing_support {
@@ -45,6 +47,37 @@ TEST(FileMatching, RuleTableAndLogLine) {
         EXPECT_EQ(session.LogSince(mark), "IsQuarned : " + std::to_string(ignoreCase) + " " + path +
                                               (expected ? " : TRUE\n" : " : FALSE\n"));
     }
+}
+
+// Fixtures A and B: four files and four methods, each listed in the log in reply order. A method
+// line holds its index in its item (twice), its token and the list's generation.
+TEST(Lists, FilesAndMethodsWithTheirLogLines) {
+    DebuggerSession session("3");
+    session.Load("fixture_a"), session.Load("fixture_b");
+    const size_t mark = session.LogMark();
+    ReplyBuffer files, methods;
+    session.record.fetchFiles(&files, 0, 1, 2, 32);
+    session.record.fetchMethods(&methods, Ptr(-16), -5, 1, 2, 32);
+    ASSERT_EQ(files.replies.size(), 5u);
+    EXPECT_EQ(Text(methods.replies), "4 m-5@-16 m-5@-16 m-5@-16 m-5@-16");
+    std::string expected = "FetchFiles : " + PointerText(&files) + " 0 \n    TotalFiles : 4\n";
+    std::multiset<std::string> names;
+    for (size_t i = 1; i < 5; ++i) {
+        expected += "        Path : " + files.replies[i].text + "\n";
+        names.insert(files.replies[i].text);
+    }
+    EXPECT_EQ(names,
+              (std::multiset<std::string>{"src/Shared.cs", "src/A1.cs", "src/A2.cs", "./B/B1.cs"}));
+    expected += "FetchMethods : " + PointerText(&methods) + " -16 -5\n    Total Methods : 4\n";
+    for (size_t k = 0; k < 4; ++k) {
+        mdh_hash128 hash{};
+        EXPECT_EQ(session.record.testFetchMethodHash(methods.Methods()[k], &hash), 1);
+        const char* index =
+            ToHash(hash) == kMethodA1Only || ToHash(hash) == kMethodB1Only ? "1" : "0";
+        expected += Fill("        CacheEntry : {i} {i} {token} 18446744065119617025\n",
+                         {{"i", index}, {"token", std::to_string(0x06000001 + k)}});
+    }
+    EXPECT_EQ(session.LogSince(mark), expected);
 }
 
 // A new list renews the generation and renumbers from 0x06000001; earlier handles stay readable
@@ -151,12 +184,15 @@ TEST(MethodQueries, DetailLinesByLogLevel) {
         session.Load("fixture_a");
         void* handle = DebuggerSession::HandleOf(session.FetchMethods(), kMethodA1Only);
         const size_t mark = session.LogMark();
-        session.Ask(&mdh_callbacks::fetchDebugInfo, handle, {1, 2, 14});
+        session.Ask(&mdh_callbacks::fetchDebugInfo, handle, {1, 2, 32});
         session.record.fetchFiles(&session.reply, 0, 0, 0, 0);
         const std::string log = session.LogSince(mark);
         EXPECT_EQ(log.find("\n        Path : src/A1.cs\n") != log.npos, level == '3');
         EXPECT_EQ(log.find("\n  FILE: src/A1.cs\n    HASH: Null\n") != log.npos, level >= '2');
-        EXPECT_EQ(log.find("\n  Sequence Points: \n") != log.npos, level == '3');
+        EXPECT_EQ(
+            log.find("\n  Sequence Points: \n    IL:0 StartLine:7\n    File:0\n    StartColumn:2\n"
+                     "    EndLine:7  EndColumn:30\n") != log.npos,
+            level == '3');
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "fixtures/FixtureTables.h"
 #include "metadata/Hash128.h"
+#include "mono_debugger_handling.h"
 
 namespace testing_support {
 
@@ -24,6 +25,9 @@ inline std::string PointerText(const void* pointer) {
 }
 
 inline Hash128 ToHash(quarn_hash128 h) {
+    return Hash128{h.word0, h.word1};
+}
+inline Hash128 ToHash(mdh_hash128 h) {
     return Hash128{h.word0, h.word1};
 }
 
@@ -58,6 +62,30 @@ class LoadedLibrary {
 
   private:
     void* handle;
+};
+
+// The plug-in as a host loads it (dlopen, then kept for the process) and the exports a host
+// calls, looked up by name.
+struct PluginExports {
+    template <class Function>
+    static Function Find(const char* name) {
+        static void* const plugin = dlopen(PluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (void* symbol = plugin != nullptr ? dlsym(plugin, name) : nullptr) {
+            return reinterpret_cast<Function>(symbol);
+        }
+        throw std::runtime_error(std::string("no export ") + name);
+    }
+#define MDH_EXPORT(name) const decltype(&::name) name = Find<decltype(&::name)>(#name)
+    MDH_EXPORT(initialize);
+    MDH_EXPORT(startup);
+    MDH_EXPORT(library_loaded);
+    MDH_EXPORT(library_unloaded);
+    MDH_EXPORT(clear_library_metadata);
+    MDH_EXPORT(register_entry);
+    MDH_EXPORT(request_flush_client_debugger_knowledge);
+    MDH_EXPORT(shut_down);
+    MDH_EXPORT(dispose);
+#undef MDH_EXPORT
 };
 
 }  // namespace testing_support

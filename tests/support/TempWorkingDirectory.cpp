@@ -42,10 +42,6 @@ std::vector<std::string> TempWorkingDirectory::LogLines() const {
     return lines;
 }
 
-bool TempWorkingDirectory::LogExists() const {
-    return std::filesystem::exists(LogPath());
-}
-
 ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name(name) {
     const char* old = std::getenv(name);
     hadValue = old != nullptr;

@@ -18,7 +18,6 @@ class TempWorkingDirectory {
     std::string LogPath() const { return path + "/Logs/quarn-mono-debug.log"; }
     // The log's lines (without their newlines); empty when there is no log file.
     std::vector<std::string> LogLines() const;
-    bool LogExists() const;
 
   private:
     std::string path;
