@@ -130,6 +130,32 @@ def goal_rows(figures):
     heap = figures.counter("HeapPerLoadedMethod/%d" % REFERENCE, "heap_bytes_per_method")
     lines.append(row("heap per loaded method, 100k methods", "%.1f B" % heap, "200 B",
                      verdict(heap, 200.0)))
+    lines.extend(session_goal_rows(figures, verdict))
+    return lines
+
+
+def session_goal_rows(figures, verdict):
+    """The many-libraries session and the long-session memory goals."""
+    session = "HostSession/libraries:2000"
+    lines = []
+    for kind in ("load", "unload"):
+        first = figures.counter(session, kind + "_first_tenth_us")
+        last = figures.counter(session, kind + "_last_tenth_us")
+        spread = max(first, last) / min(first, last)
+        lines.append(row("2000 libraries: %s, slower tenth / faster tenth (%.1f / %.1f us)"
+                         % (kind, first, last), "%.2f" % spread, "2", verdict(spread, 2.0)))
+    one_by_one = figures.time("LoadOneByOne/libraries:2000") / figures.time(
+        "LoadAsOneLibrary/libraries:2000")
+    lines.append(row("2000 libraries one by one / the same methods as one library",
+                     "%.2f" % one_by_one, "3", verdict(one_by_one, 3.0)))
+    reload = figures.time("ReloadAmong/loaded:2000") / figures.time("LoadAmong/loaded:0")
+    lines.append(row("reload one library among 2000 / its load into an empty handle",
+                     "%.2f" % reload, "2", verdict(reload, 2.0)))
+    for name, title in (("ResidentAfterMethodLists", "1000 method lists of 100k methods"),
+                        ("ResidentAfterReloads", "1000 reloads of 100k methods")):
+        growth = figures.counter(name, "rss_growth_MB")
+        lines.append(row("resident memory growth over " + title, "%.1f MB" % growth, "32 MB",
+                         verdict(growth, 32.0)))
     return lines
 
 

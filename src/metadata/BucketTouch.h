@@ -1,4 +1,5 @@
 #pragma once
+// Overlapping the cache misses of a batch of hashed-map lookups.
 
 #include <cstdint>
 

@@ -1,4 +1,5 @@
 #pragma once
+// Reading a compiled library's items through its exported debug query function.
 
 #include <cstdint>
 

@@ -1,3 +1,4 @@
+// Text form of a Hash128 for the log.
 #include "metadata/Hash128.h"
 
 #include "plugin/LogFormat.h"

@@ -1,4 +1,5 @@
 #pragma once
+// The 128-bit identifier of items, methods and entry points, and its hash.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,5 @@
 #pragma once
+// The record kept for each accepted item of a compiled library, and the method handle record.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,3 +1,5 @@
+// The state dump: a snapshot of every item, cache, breakpoint and entry point, written to the
+// log after loads, flush requests and breakpoint notifications.
 #include "plugin/MonoDebuggerHandling.h"
 
 using logfmt::Int;
@@ -5,9 +7,11 @@ using logfmt::Ptr;
 using logfmt::ULong;
 
 // Writes the whole debug state between "---STATE-START---" and "---STATE-END---". Runs
-// under the lock for a consistent snapshot; the caller must not hold it.
+// under the lock for a consistent snapshot; the caller must not hold it. Every line is at level
+// 2 or 3: below that nothing would be written, and nothing is walked either, so a load at level 1
+// costs what it touches.
 void MonoDebuggerHandling::DumpState() {
-    if (!Logging()) {
+    if (!Logging() || !logWriter->Accepts(2)) {
         return;
     }
     MutexLock lock(mutex);
@@ -22,6 +26,9 @@ void MonoDebuggerHandling::DumpItems() {
     Log(2, "Total Meta Data Items : ", ULong{metadataItems.size()});
     for (const QuarnDebugMetadata* item : metadataItems) {
         Log(2, "  Files:", Int{item->fileCount}, " Methods:", Int{item->methodCount});
+        if (!logWriter->Accepts(3)) {
+            continue;  // the item's own lines are all at level 3
+        }
         for (int32_t f = 0; f < item->fileCount; ++f) {
             Log(3, "    Path : ", item->FileName(f));
         }
@@ -32,6 +39,9 @@ void MonoDebuggerHandling::DumpItems() {
 }
 
 void MonoDebuggerHandling::DumpCaches() {
+    if (!logWriter->Accepts(3)) {
+        return;  // every line is at level 3
+    }
     Log(3, "Deduplicated Files List");
     fileNames.ForEach([&](const char* name) { Log(3, "    Path : ", name); });
     Log(3, "Deduplicated Methods List");

@@ -1,4 +1,5 @@
 #pragma once
+// The one handling object behind a host handle: every member of every subsystem, declared once.
 
 #include <cstdint>
 #include <string>
