@@ -87,33 +87,39 @@ std::unique_ptr<MonoDebuggerHandling> WithLibraries(int count) {
     return handling;
 }
 
-// One more library loaded into a handle that holds `loaded` others (then unloaded, untimed).
-void LoadAmong(benchmark::State& state) {
+using Step = void (MonoDebuggerHandling::*)(void*);
+
+// Among `loaded` libraries, per iteration: `timed` on the library `pick` chooses, then `undo` on
+// it with the timer paused, so that every iteration starts from the same registry.
+template <class Pick>
+void TimedThenUndone(benchmark::State& state, Pick pick, Step timed, Step undo) {
     const auto loaded = static_cast<int>(state.range(0));
     auto handling = WithLibraries(loaded);
-    void* extra = Fleet().Handle(loaded);
     for (auto _ : state) {
-        handling->ProcessLibraryMetadata(extra);
+        void* library = Fleet().Handle(pick(loaded));
+        (handling.get()->*timed)(library);
         state.PauseTiming();
-        handling->UnloadLibraryMetadata(extra);
+        (handling.get()->*undo)(library);
         state.ResumeTiming();
     }
     state.counters["per_method"] = TimePer(kMethodsPerLibrary);
 }
 
-// A random one of `loaded` libraries unloaded (then loaded again, untimed).
+// One more library loaded into a handle that holds `loaded` others.
+void LoadAmong(benchmark::State& state) {
+    TimedThenUndone(
+        state, [](int loaded) { return loaded; }, &MonoDebuggerHandling::ProcessLibraryMetadata,
+        &MonoDebuggerHandling::UnloadLibraryMetadata);
+}
+
+// A random one of `loaded` libraries unloaded.
 void UnloadAmong(benchmark::State& state) {
-    const auto loaded = static_cast<int>(state.range(0));
-    auto handling = WithLibraries(loaded);
     std::mt19937 random(3);
-    for (auto _ : state) {
-        void* library = Fleet().Handle(std::uniform_int_distribution<int>(0, loaded - 1)(random));
-        handling->UnloadLibraryMetadata(library);
-        state.PauseTiming();
-        handling->ProcessLibraryMetadata(library);
-        state.ResumeTiming();
-    }
-    state.counters["per_method"] = TimePer(kMethodsPerLibrary);
+    TimedThenUndone(
+        state,
+        [&](int loaded) { return std::uniform_int_distribution<int>(0, loaded - 1)(random); },
+        &MonoDebuggerHandling::UnloadLibraryMetadata,
+        &MonoDebuggerHandling::ProcessLibraryMetadata);
 }
 
 // One of `loaded` libraries loaded again: each of its items replaces its earlier copy.
