@@ -137,7 +137,8 @@ class Storm {
                 std::shared_lock shared(modelLock);
                 x.library_unloaded(handle, library);
                 for (Site& site : sites)
-                    site.registrations = site.library == library ? 0 : site.registrations;
+                    if (site.library == library)  // only this thread's own sites
+                        site.registrations = 0;
             } else if (choice < 7) {
                 x.request_flush_client_debugger_knowledge(handle);
             } else if (choice < 16) {
