@@ -44,8 +44,9 @@ struct Storm {
                          throughStub ? nullptr : Told, throughStub ? nullptr : &site);
         ++site.registrations;
     }
-    void Host(std::minstd_rand random, void* library) {
-        while (!stop) {
+    void Host(unsigned owner) {
+        std::minstd_rand random(owner + 1);
+        for (void* library = libraries[owner].Handle(); !stop;) {
             if (const unsigned choice = random() % 16; choice == 0) {
                 x.library_unloaded(handle, library);
                 for (Site& site : sites)
@@ -59,7 +60,8 @@ struct Storm {
             }
         }
     }
-    void Debugger(std::minstd_rand random) {
+    void Debugger(unsigned seed) {
+        std::minstd_rand random(seed);
         char breakpoints[8];
         std::vector<void*> methods{nullptr};
         for (ReplyBuffer buffer; !stop; buffer.replies.clear()) {
@@ -73,8 +75,8 @@ struct Storm {
             } else if (choice == 1) {
                 record->fetchDebugInfo(&buffer, method, 1, 2, 60);
                 record->fetchMethodInfo(&buffer, method, 1, 2, 60);
-                record->testFetchEntryPointHash(method, &hash);
-                record->testFetchMethodHash(method, &hash);
+                record->testFetchEntryPointHash(method, &hash),
+                    record->testFetchMethodHash(method, &hash);
                 record->testBreakpointSet(&site.hash);
             } else if (choice == 2) {
                 EXPECT_NE(int(JumpStubs::Call(site.stub)), 0);  // lands in either function
@@ -122,12 +124,8 @@ TEST(ConcurrencyStress, OneHandleSurvivesHostAndDebuggerThreadsWithExactEndState
     });
     Storm storm;
     std::vector<std::thread> threads;
-    for (unsigned owner = 0; owner < 3; ++owner)
-        threads.emplace_back([&, owner] {
-            storm.Host(std::minstd_rand(owner + 1), storm.libraries[owner].Handle());
-        });
-    for (unsigned seed : {100, 101})
-        threads.emplace_back([&, seed] { storm.Debugger(std::minstd_rand(seed)); });
+    for (unsigned i = 0; i < 5; ++i)  // a host thread for each library, two debugger threads
+        threads.emplace_back([&storm, i] { i < 3 ? storm.Host(i) : storm.Debugger(i); });
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     storm.stop = true;
     for (std::thread& thread : threads)
