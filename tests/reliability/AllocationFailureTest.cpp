@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include <optional>
 #include <set>
 
 #include "support/ReplacedAllocator.h"
@@ -18,7 +19,7 @@ namespace {
 // Single-threaded while armed: only the session's thread allocates then.
 size_t gFailAt = 0;  // 0: disarmed
 size_t gAllocations = 0;
-bool gFired = false;
+bool gFired = false;            // since the session started
 bool FailsTheNthAllocation() {  // one-shot: later allocations succeed again
     return gFailAt != 0 && ++gAllocations == gFailAt && (gFailAt = 0, gFired = true);
 }
@@ -75,8 +76,8 @@ struct HostSession {
         for (void* method : Methods()) {
             mdh_hash128 hash{}, item{};
             ReplyBuffer info;
-            record->testFetchMethodHash(method, &hash);
-            record->testFetchEntryPointHash(method, &item);
+            record->testFetchMethodHash(method, &hash),
+                record->testFetchEntryPointHash(method, &item);
             record->fetchDebugInfo(&info, method, 1, 2, 32);
             lines.insert(ToHash(hash).ToString() +
                          (ToHash(hash) == kMethodShared
@@ -135,33 +136,27 @@ const Step kSession[] = {
 };
 // clang-format on
 
-struct Outcome {
-    bool fired = false;     // the N-th allocation was reached and failed
-    bool threw = false;     // ... and the export let std::bad_alloc out
-    std::string afterStep;  // state after the faulted step (and its retry), then at the end
-};
-
-// A fresh session in which the `failAt`-th allocation of step `faulted` fails (0: none). One
-// that does not finish within 10 s (a lock left held) ends the process by SIGALRM; the last
-// step printed names the one before.
-Outcome RunSession(size_t faulted, size_t failAt) {
+// The state after step `faulted` (and its retry) and at the end of a fresh session in which the
+// `failAt`-th allocation of that step fails (0: none); nothing when the step makes fewer
+// allocations. A session that does not finish within 10 s (a lock left held) ends the process by
+// SIGALRM; the last step printed names the one before.
+std::optional<std::string> RunSession(size_t faulted, size_t failAt) {
     alarm(10);
-    Outcome outcome;
     HostSession session;
+    std::string state;
+    gFired = false;
     for (size_t step = 0; step < std::size(kSession); ++step) {
-        gAllocations = 0, gFired = false, gFailAt = step == faulted ? failAt : 0;
+        gAllocations = 0, gFailAt = step == faulted ? failAt : 0;
         try {
             kSession[step].run(session);
         } catch (const std::bad_alloc&) {
-            outcome.threw = true, gFailAt = 0;
-            kSession[step].run(session);  // the host's one retry
+            gFailAt = 0, kSession[step].run(session);  // the host's one retry
         }
         gFailAt = 0;
-        if (step == faulted)
-            outcome.fired = gFired, outcome.afterStep = session.State() + "\nat the end:\n";
+        state += step == faulted ? session.State() + "\nat the end:\n" : "";
     }
     alarm(0);
-    return outcome.afterStep += session.State(), outcome;
+    return gFired || failAt == 0 ? std::optional(state + session.State()) : std::nullopt;
 }
 
 // Every allocation of every faulted step failed in turn.
@@ -173,14 +168,11 @@ void FailEveryAllocation(const char* logLevel) {
     for (size_t step = 0; step < std::size(kSession); ++step) {
         if (!kSession[step].faulted)
             continue;
-        const std::string expected = RunSession(step, 0).afterStep;
+        const std::string expected = *RunSession(step, 0);
         size_t failAt = 1;
-        for (Outcome outcome; (outcome = RunSession(step, failAt)).fired; ++failAt) {
-            ++injected;
-            converged += outcome.afterStep == expected;
-            EXPECT_EQ(outcome.afterStep, expected)
-                << kSession[step].name << ", allocation " << failAt
-                << (outcome.threw ? " threw, retried" : "");
+        for (std::optional<std::string> state; (state = RunSession(step, failAt)); ++failAt) {
+            ++injected, converged += *state == expected;
+            EXPECT_EQ(*state, expected) << kSession[step].name << ", allocation " << failAt;
         }
         std::printf("%-52s %3zu allocations\n", kSession[step].name, failAt - 1), fflush(stdout);
         // The plug-in's allocations are counted here: a load cannot do without any.
