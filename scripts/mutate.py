@@ -3,11 +3,13 @@
 
 Each mutant replaces one piece of text in one file under src/ with a faulty version whose effect
 shows through the exports, the callbacks record's replies, the log or the stub words. One at a
-time, the script applies a mutant, rebuilds incrementally, runs ctest until the first failure,
-and restores the file (always, also on errors and interrupts). A mutant is caught when the build
-or a test fails.
+time, the script applies a mutant, rebuilds incrementally, runs ctest (the whole suite, or until
+the first failure with --first), records the failing tests and restores the file (always, also on
+errors and interrupts). A mutant is caught when the build or a test fails.
 
-    scripts/mutate.py [--source DIR] [--build DIR] [--only ID,ID...] [--json FILE] [--list]
+    scripts/mutate.py [--source DIR] [--build DIR] [--only ID,ID...] [--first] [--json FILE] [--list]
+
+Run it on a copy of the tree (git archive HEAD | tar -x -C DIR), never on the tree being edited.
 
 The build directory must be configured already (cmake --preset default). Runs niced, -j2.
 """
@@ -70,11 +72,13 @@ MUTANTS = [
      "size_t separator = element.rfind('/');", "size_t separator = element.find('/');",
      "the base name follows the first '/'"),
     ("ignore-case-only-one", "queries/FileQueries.cpp",
-     "FileNameMatches(element, wanted, ignoreCase != 0)",
-     "FileNameMatches(element, wanted, ignoreCase == 1)",
+     "fileNames.Candidates(wanted, ignoreCase != 0, [&](std::string_view name) {\n"
+     "        return FileNameMatches(name, wanted, ignoreCase != 0);",
+     "fileNames.Candidates(wanted, ignoreCase == 1, [&](std::string_view name) {\n"
+     "        return FileNameMatches(name, wanted, ignoreCase == 1);",
      "only ignoreCase == 1 folds case"),
     ("files-path-level-2", "queries/FileQueries.cpp",
-     'Log(3, "        Path : ", element);', 'Log(2, "        Path : ", element);',
+     'Log(3, "        Path : ", name);', 'Log(2, "        Path : ", name);',
      "fetchFiles path lines at level 2"),
     ("version-minor-strict", "queries/ProtocolVersion.h",
      "minorVersion >= minor", "minorVersion > minor",
@@ -122,11 +126,12 @@ MUTANTS = [
      "entry.callback(entry.callbackContext, kEntryPointCallbackKind, entry.native);",
      "entry.callback(entry.callbackContext, 0, entry.native);", "callback kind 0 when enabling"),
     ("register-not-reconciled", "entrypoints/EntryPointRegistry.cpp",
-     "    EnableDisableQuarnJobFunctionPointer(entryHash);\n}", "}",
+     "        EnableDisableQuarnJobFunctionPointer(entryHash);\n    } catch (...) {",
+     "    } catch (...) {",
      "a new registration is not put into the state the breakpoints demand"),
     ("unload-removes-all", "entrypoints/EntryPointRegistry.cpp",
-     "if (entry.library != libraryHandle)", "if (false)",
-     "an unload drops other libraries' entry points"),
+     "    std::erase_if(list, ofLibrary);", "    list.clear();",
+     "an unload drops other libraries' entry points under a hash it touches"),
     ("hook-breakpoint-set", "breakpoints/TestHooks.cpp",
      "return breakpointMap.contains(*entryHash) ? 1 : 0;",
      "return entryPoints.contains(*entryHash) ? 1 : 0;",
@@ -157,19 +162,29 @@ def run(command, cwd, log, timeout):
             return -1
 
 
-def try_mutant(mutant, source, build, log):
+def failed_tests(build):
+    """Names of the tests the last ctest run saw fail."""
+    listing = build / "Testing" / "Temporary" / "LastTestsFailed.log"
+    if not listing.exists():
+        return []
+    return [line.split(":", 1)[1] for line in listing.read_text().splitlines() if ":" in line]
+
+
+def try_mutant(mutant, source, build, log, first):
+    """Returns (result, failing tests)."""
     ident, relative, original, faulty, _ = mutant
     path = source / "src" / relative
     text = path.read_text()
     if text.count(original) != 1:
-        return "not-applicable"
+        return "not-applicable", []
     try:
         path.write_text(text.replace(original, faulty))
         if run(["ninja", "-C", str(build), "-j2"], source, log, 1800) != 0:
-            return "caught (build)"
-        status = run(["ctest", "--test-dir", str(build), "-j2", "--stop-on-failure",
-                      "--timeout", "120", "--output-on-failure"], source, log, 3600)
-        return "caught" if status != 0 else "MISSED"
+            return "caught (build)", []
+        (build / "Testing" / "Temporary" / "LastTestsFailed.log").unlink(missing_ok=True)
+        command = ["ctest", "--test-dir", str(build), "-j2", "--timeout", "120"]
+        status = run(command + (["--stop-on-failure"] if first else []), source, log, 3600)
+        return ("caught" if status != 0 else "MISSED"), failed_tests(build)
     finally:
         path.write_text(text)
 
@@ -180,6 +195,7 @@ def main():
     parser.add_argument("--source", type=pathlib.Path, default=root)
     parser.add_argument("--build", type=pathlib.Path)
     parser.add_argument("--only", default="")
+    parser.add_argument("--first", action="store_true", help="stop ctest at the first failure")
     parser.add_argument("--json", type=pathlib.Path)
     parser.add_argument("--list", action="store_true")
     args = parser.parse_args()
@@ -196,18 +212,20 @@ def main():
     # Start from a green, up-to-date build so that a failure is the mutant's.
     if run(["ninja", "-C", str(build), "-j2"], source, log, 3600) != 0:
         sys.exit("the unmutated tree does not build; see " + str(log))
-    results = {}
+    results, catchers = {}, {}
     for mutant in mutants:
         started = time.monotonic()
-        results[mutant[0]] = try_mutant(mutant, source, build, log)
+        results[mutant[0]], catchers[mutant[0]] = try_mutant(mutant, source, build, log,
+                                                             args.first)
         print(f"{mutant[0]:36} {results[mutant[0]]:15} {time.monotonic() - started:5.0f} s  "
-              f"{mutant[4]}", flush=True)
+              f"{mutant[4]}\n    caught by: {' '.join(catchers[mutant[0]]) or '-'}", flush=True)
     run(["ninja", "-C", str(build), "-j2"], source, log, 3600)  # leave the build unmutated
     missed = [ident for ident, result in results.items() if result == "MISSED"]
     print(f"caught {sum(r.startswith('caught') for r in results.values())} of {len(results)}; "
           f"missed: {', '.join(missed) or 'none'}")
     if args.json:
-        args.json.write_text(json.dumps(results, indent=1) + "\n")
+        report = {ident: {"result": results[ident], "tests": catchers[ident]} for ident in results}
+        args.json.write_text(json.dumps(report, indent=1) + "\n")
     return 0
 
 

@@ -1,6 +1,5 @@
 #include "support/TempWorkingDirectory.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -10,57 +9,38 @@
 
 namespace testing_support {
 
-TempWorkingDirectory::TempWorkingDirectory() {
-    char buffer[4096];
-    if (getcwd(buffer, sizeof buffer) == nullptr) {
-        throw std::runtime_error("no working directory");
-    }
-    previous = buffer;
-    std::string pattern = (std::filesystem::temp_directory_path() / "mdh-test-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
+namespace fs = std::filesystem;
+
+TempWorkingDirectory::TempWorkingDirectory() : previous(fs::current_path()) {
+    std::string pattern = (fs::temp_directory_path() / "mdh-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr)
         throw std::runtime_error("cannot create a temporary directory");
-    }
-    path = pattern;
-    if (chdir(path.c_str()) != 0) {
-        throw std::runtime_error("cannot enter " + path);
-    }
+    fs::current_path(path = pattern);
 }
 
 TempWorkingDirectory::~TempWorkingDirectory() {
-    if (chdir(previous.c_str()) == 0) {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
+    std::error_code ignored;
+    fs::current_path(previous, ignored);
+    fs::remove_all(path, ignored);
 }
 
 std::vector<std::string> TempWorkingDirectory::LogLines() const {
     std::vector<std::string> lines;
     std::ifstream log(LogPath());
-    for (std::string line; std::getline(log, line);) {
+    for (std::string line; std::getline(log, line);)
         lines.push_back(line);
-    }
     return lines;
 }
 
 ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name(name) {
     const char* old = std::getenv(name);
     hadValue = old != nullptr;
-    if (hadValue) {
-        saved = old;
-    }
-    if (value == nullptr) {
-        unsetenv(name);
-    } else {
-        setenv(name, value, 1);
-    }
+    saved = hadValue ? old : "";
+    value == nullptr ? unsetenv(name) : setenv(name, value, 1);
 }
 
 ScopedEnvironment::~ScopedEnvironment() {
-    if (hadValue) {
-        setenv(name.c_str(), saved.c_str(), 1);
-    } else {
-        unsetenv(name.c_str());
-    }
+    hadValue ? setenv(name.c_str(), saved.c_str(), 1) : unsetenv(name.c_str());
 }
 
 }  // namespace testing_support

@@ -20,8 +20,7 @@ class TempWorkingDirectory {
     std::vector<std::string> LogLines() const;
 
   private:
-    std::string path;
-    std::string previous;
+    std::string previous, path;
 };
 
 // Sets (or, with a null value, unsets) an environment variable for a scope.
@@ -31,8 +30,7 @@ class ScopedEnvironment {
     ~ScopedEnvironment();
 
   private:
-    std::string name;
-    std::string saved;
+    std::string name, saved;
     bool hadValue;
 };
 

@@ -56,32 +56,22 @@ TEST(ProgramsTest, SessionSwitchesBothEntryPointsOfTheSharedMethodThroughTheStub
     }
 }
 
+// One row per kind of error: a missing or unloadable library, one without usable tables, a
+// breakpoint no method covers, and a command line that makes no sense.
 TEST(ProgramsTest, BadInputGivesOneLineOnStderrAndFails) {
     testing_support::TempWorkingDirectory directory;
-    const std::string session = SESSION_PROGRAM, inspect = INSPECT_PROGRAM, sample = SAMPLE_LIBRARY;
+    const std::string session = SESSION_PROGRAM, inspect = INSPECT_PROGRAM, lib = "--library";
     const std::string source = SAMPLE_SOURCES "/Player.cs", none = "/nonexistent/libnothing.so";
-    const std::string noQuery = CompiledLibraryPath("fixture_no_query"), lib = "--library";
-    const std::string badVersion = CompiledLibraryPath("fixture_bad_version");
     const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
         {{session, lib, none}, 1, "no such file"},
-        {{session, lib, source}, 1, "not a loadable shared object"},
-        {{session, lib, noQuery}, 1, "exports no \"quarn.debug_query\""},
-        {{session, lib, badVersion}, 1, "ignores its debug tables (format version 0x20001"},
-        {{session, "--break", "Nowhere.cs:3"}, 1, "Nowhere.cs:3: no compiled method covers it"},
-        {{session, "--break", "MathUtil.cs:99"}, 1, "line 99 of ./Assets/Scripts/MathUtil.cs"},
-        {{session, "--break", "MathUtil.cs"}, 2, "is not of the form FILE:LINE"},
-        {{session, "--break", "MathUtil.cs:0"}, 2, "must be 1 or more"},
-        {{session, "--log-level", "high"}, 2, "--log-level must be a whole number"},
-        {{session, lib}, 2, "option --library needs a value"},
-        {{session, "--frobnicate"}, 2, "unknown argument '--frobnicate'"},
-        {{inspect}, 2, "no library given"},
-        {{inspect, none}, 2, "no such file"},
         {{inspect, source}, 2, "not a loadable shared object"},
-        {{inspect, noQuery}, 2, "exports no \"quarn.debug_query\""},
-        {{inspect, sample, none}, 2, "no such file"},
-        {{inspect, "--verbose", sample}, 2, "unknown option '--verbose'"},
-        {{inspect, "--ignore-case", sample}, 2, "--ignore-case applies to --match"},
-        {{inspect, sample, "--match"}, 2, "--match needs a PATH"},
+        {{session, lib, CompiledLibraryPath("fixture_bad_version")},
+         1,
+         "ignores its debug tables (format version 0x20001"},
+        {{inspect, CompiledLibraryPath("fixture_no_query")}, 2, "exports no \"quarn.debug_query\""},
+        {{session, "--break", "Nowhere.cs:3"}, 1, "Nowhere.cs:3: no compiled method covers it"},
+        {{session, "--break", "MathUtil.cs"}, 2, "is not of the form FILE:LINE"},
+        {{inspect, "--ignore-case", SAMPLE_LIBRARY}, 2, "--ignore-case applies to --match"},
     };
     for (const auto& [command, exitStatus, message] : cases) {
         const auto [status, out, err] = RunProgram(command);
@@ -100,14 +90,12 @@ TEST(ProgramsTest, BadInputGivesOneLineOnStderrAndFails) {
 TEST(ProgramsTest, InspectorPrintsTheTablesAsTextAndAsOneJsonDocument) {
     const std::string skip = CompiledLibraryPath("fixture_skip");
     const auto [textStatus, text, textErr] = RunProgram({INSPECT_PROGRAM, SAMPLE_LIBRARY, skip});
-    const auto [jsonStatus, json, jsonErr] =
-        RunProgram({INSPECT_PROGRAM, "--json", skip, SAMPLE_LIBRARY});
+    const auto [jsonStatus, json, jsonErr] = RunProgram({INSPECT_PROGRAM, "--json", skip});
     const std::string md5 =
         std::get<1>(RunProgram({"md5sum", SAMPLE_SOURCES "/MathUtil.cs"})).substr(0, 32);
 
     ASSERT_EQ(textStatus, 0) << textErr;
     for (const std::string& line : std::vector<std::string>{
-             "  item 1: hash 0100000000000000E100000000000000, 3 methods, 3 files, field 2 = 1\n",
              "    file 2: ./Assets/Scripts/MathUtil.cs  md5 " + md5 + "\n",
              "    method 0: hash 11000000000000004D00000000000000, files 0, 1, 5 sequence points\n",
              "      IL 0x0003  17:13-17:43  file 1\n",
@@ -127,8 +115,6 @@ TEST(ProgramsTest, InspectorPrintsTheTablesAsTextAndAsOneJsonDocument) {
         R"("auxCount":1,"skippedByPlugin":true,"files":[],"methods":[]},)"))
         << json;
     EXPECT_EQ(std::ranges::count(json, '\n'), 1);  // one document
-    EXPECT_NE(json.find(R"({"file":2,"name":"./Assets/Scripts/MathUtil.cs","md5":")" + md5),
-              std::string::npos);
 }
 
 // Each row: a library broken_<rule> (broken_tables.c), then every problem the check reports.
@@ -177,28 +163,14 @@ TEST(ProgramsTest, InspectorCheckNamesItemMethodAndFieldOfEachBrokenRule) {
     }
 }
 
-// libfixture_b.so names src/Shared.cs (item 1 file 0) and ./B/B1.cs (item 1 file 1); a name with
-// a ./ element matches any path that ends in the rest of it.
+// libfixture_b.so names ./B/B1.cs (item 1 file 1); a name with a ./ element matches any path that
+// ends in the rest of it, also where the suffix does not start at a separator.
 TEST(ProgramsTest, InspectorMatchListsTheFileNamesTheDebuggerTreatsAsThePath) {
-    const std::string shared = "    src/Shared.cs  (item 1 file 0)\n";
-    const std::string b1 = "    ./B/B1.cs  (item 1 file 1)\n";
-    const std::tuple<std::string, bool, std::string> cases[] = {
-        {"Shared.cs", false, shared},
-        {"shared.cs", true, shared},
-        {"/home/u/proj/XB/B1.cs", false, b1},  // the suffix need not start at a separator
-        {"/B1.cs", false, ""},
-    };
-    for (const auto& [path, ignoreCase, name] : cases) {
-        std::vector<std::string> command{INSPECT_PROGRAM, "--match", path,
-                                         CompiledLibraryPath("fixture_b")};
-        if (ignoreCase) {
-            command.push_back("--ignore-case");
-        }
-        const auto [status, out, err] = RunProgram(command);
-        EXPECT_EQ(status, 0) << err;
-        EXPECT_TRUE(out.ends_with("library\n  match '" + path +
-                                  (ignoreCase ? "' ignoring case: " : "': ") +
-                                  (name.empty() ? "0" : "1") + " file name(s)\n" + name))
-            << out;
-    }
+    const auto [status, out, err] = RunProgram(
+        {INSPECT_PROGRAM, "--match", "/home/u/proj/XB/B1.cs", CompiledLibraryPath("fixture_b")});
+    EXPECT_EQ(status, 0) << err;
+    EXPECT_TRUE(
+        out.ends_with("library\n  match '/home/u/proj/XB/B1.cs': 1 file name(s)\n"
+                      "    ./B/B1.cs  (item 1 file 1)\n"))
+        << out;
 }
