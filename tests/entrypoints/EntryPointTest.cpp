@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "support/LoggedHandling.h"
 #include "support/JumpStubs.h"
+#include "support/LoggedHandling.h"
 
 namespace {
 using namespace testing_support;

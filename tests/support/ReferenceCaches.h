@@ -28,7 +28,8 @@ inline std::string DifferenceFromRebuild(const MonoDebuggerHandlingInspector& in
         for (int32_t f = 0; f < item->fileCount; ++f)
             names.insert(item->FileName(f));
         for (int32_t k = 0; k < item->methodCount; ++k)
-            holders[{item->methodHashes[k].word0, item->methodHashes[k].word1}].emplace_back(item, k);
+            holders[{item->methodHashes[k].word0, item->methodHashes[k].word1}].emplace_back(item,
+                                                                                             k);
     }
     if (inspect.FileNames() != std::vector<std::string>(names.begin(), names.end()))
         return "file names";
@@ -41,9 +42,8 @@ inline std::string DifferenceFromRebuild(const MonoDebuggerHandlingInspector& in
     for (size_t slot = 0; slot < listed.size(); ++slot) {
         const MethodIndexEntry& entry = *listed[slot].entry;
         std::vector<Holder> held;
-        MethodIndex::ForEachHolder(entry, [&](const MethodLocation& h) {
-            held.emplace_back(h.item, h.methodIndex);
-        });
+        MethodIndex::ForEachHolder(
+            entry, [&](const MethodLocation& h) { held.emplace_back(h.item, h.methodIndex); });
         const auto expected = holders.find({entry.key->word0, entry.key->word1});
         if (expected == holders.end())
             return "a listed method no item holds: " + entry.key->ToString();
