@@ -5,6 +5,8 @@
 #include <array>
 #include <cctype>
 
+#include "metadata/SwapRemove.h"
+
 namespace {
 
 bool IsSeparator(char c) {
@@ -104,17 +106,14 @@ void FileNameIndex::RemoveName(FileNameEntry& entry) noexcept {
     }
     const std::string* name = entry.name;
     const auto group = byTail.find(TailKey(*name));
-    FileNameEntry* moved = group->second.back();
-    group->second[entry.tailPosition] = moved;
-    moved->tailPosition = entry.tailPosition;
-    group->second.pop_back();
+    SwapRemove(group->second, entry.tailPosition,
+               [](FileNameEntry* moved, uint32_t position) { moved->tailPosition = position; });
     if (group->second.empty()) {
         byTail.erase(group);
     }
-    const ListedName last = listed.back();
-    listed[entry.listPosition] = last;
-    last.entry->listPosition = entry.listPosition;
-    listed.pop_back();
+    SwapRemove(listed, entry.listPosition, [](const ListedName& moved, uint32_t position) {
+        moved.entry->listPosition = position;
+    });
     if (IsLooseRelative(*name)) {
         std::erase(looseRelative, name);
     }

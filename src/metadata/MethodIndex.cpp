@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "metadata/BucketTouch.h"
+#include "metadata/SwapRemove.h"
 
 namespace {
 
@@ -141,10 +142,8 @@ void MethodIndex::CompactLaterHolders(MethodIndexEntry& entry) noexcept {
 
 // Moves the last listed element into the entry's slot, then erases the entry.
 void MethodIndex::EraseEntry(MethodIndexEntry& entry) noexcept {
-    const Listed last = listed.back();
-    listed[entry.slot] = last;
-    last.entry->slot = entry.slot;
-    listed.pop_back();
+    SwapRemove(listed, entry.slot,
+               [](const Listed& moved, uint32_t slot) { moved.entry->slot = slot; });
     const Hash128 key = *entry.key;  // a copy: the key goes with the entry
     entries.erase(key);
 }
