@@ -207,6 +207,17 @@ void HostSession(benchmark::State& state) {
     }
 }
 
+// Libraries already loaded when one more is loaded or one of them unloaded (0: load only).
+void AmongLoaded(benchmark::internal::Benchmark* benchmark, bool withNone) {
+    benchmark->ArgName("loaded");
+    for (int64_t loaded : {0, 10, 100, 1000, 4000}) {
+        if (loaded != 0 || withNone) {
+            benchmark->Arg(loaded);
+        }
+    }
+    benchmark->Iterations(200)->Unit(benchmark::kMicrosecond);
+}
+
 }  // namespace
 
 BENCHMARK(HostSession)
@@ -214,23 +225,8 @@ BENCHMARK(HostSession)
     ->Arg(2000)
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadAmong)
-    ->ArgName("loaded")
-    ->Arg(0)
-    ->Arg(10)
-    ->Arg(100)
-    ->Arg(1000)
-    ->Arg(4000)
-    ->Iterations(200)
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK(UnloadAmong)
-    ->ArgName("loaded")
-    ->Arg(10)
-    ->Arg(100)
-    ->Arg(1000)
-    ->Arg(4000)
-    ->Iterations(200)
-    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(LoadAmong)->Apply([](auto* benchmark) { AmongLoaded(benchmark, true); });
+BENCHMARK(UnloadAmong)->Apply([](auto* benchmark) { AmongLoaded(benchmark, false); });
 BENCHMARK(ReloadAmong)->ArgName("loaded")->Arg(1)->Arg(2000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(LoadOneByOne)
     ->ArgName("libraries")
