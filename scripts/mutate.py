@@ -7,7 +7,11 @@ time, the script applies a mutant, rebuilds incrementally, runs ctest (the whole
 the first failure with --first), records the failing tests and restores the file (always, also on
 errors and interrupts). A mutant is caught when the build or a test fails.
 
-    scripts/mutate.py [--source DIR] [--build DIR] [--only ID,ID...] [--first] [--json FILE] [--list]
+    scripts/mutate.py [--source DIR] [--build DIR] [--only ID,ID...] [--tests REGEX] [--first]
+                      [--json FILE] [--list]
+
+--tests runs only the ctest tests whose names match REGEX (ctest -R), to see what one group of
+tests catches on its own.
 
 Run it on a copy of the tree (git archive HEAD | tar -x -C DIR), never on the tree being edited.
 
@@ -170,7 +174,7 @@ def failed_tests(build):
     return [line.split(":", 1)[1] for line in listing.read_text().splitlines() if ":" in line]
 
 
-def try_mutant(mutant, source, build, log, first):
+def try_mutant(mutant, source, build, log, first, tests):
     """Returns (result, failing tests)."""
     ident, relative, original, faulty, _ = mutant
     path = source / "src" / relative
@@ -183,6 +187,7 @@ def try_mutant(mutant, source, build, log, first):
             return "caught (build)", []
         (build / "Testing" / "Temporary" / "LastTestsFailed.log").unlink(missing_ok=True)
         command = ["ctest", "--test-dir", str(build), "-j2", "--timeout", "120"]
+        command += ["-R", tests] if tests else []
         status = run(command + (["--stop-on-failure"] if first else []), source, log, 3600)
         return ("caught" if status != 0 else "MISSED"), failed_tests(build)
     finally:
@@ -195,6 +200,7 @@ def main():
     parser.add_argument("--source", type=pathlib.Path, default=root)
     parser.add_argument("--build", type=pathlib.Path)
     parser.add_argument("--only", default="")
+    parser.add_argument("--tests", default="", help="ctest -R: run only the matching tests")
     parser.add_argument("--first", action="store_true", help="stop ctest at the first failure")
     parser.add_argument("--json", type=pathlib.Path)
     parser.add_argument("--list", action="store_true")
@@ -216,7 +222,7 @@ def main():
     for mutant in mutants:
         started = time.monotonic()
         results[mutant[0]], catchers[mutant[0]] = try_mutant(mutant, source, build, log,
-                                                             args.first)
+                                                             args.first, args.tests)
         print(f"{mutant[0]:36} {results[mutant[0]]:15} {time.monotonic() - started:5.0f} s  "
               f"{mutant[4]}\n    caught by: {' '.join(catchers[mutant[0]]) or '-'}", flush=True)
     run(["ninja", "-C", str(build), "-j2"], source, log, 3600)  # leave the build unmutated
