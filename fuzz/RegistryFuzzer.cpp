@@ -1,8 +1,9 @@
 // The metadata reader and registry fed well-formed tables of random shape through real compiled
 // libraries: items with shared and repeated hashes, shared file names, zero and negative counts,
-// loaded, reloaded, unloaded and cleared in random order. After every step the registry must
-// hold what a plain model of its rules says, and the caches must equal a recomputation from the
-// registered items. Any difference aborts.
+// loaded, reloaded, unloaded and cleared in random order among entry point registrations and
+// method lists. After every step the registry must hold what a plain model of its rules says,
+// and the caches must equal a recomputation from the registered items. Any difference aborts.
+// The suite replays the corpus; its long random inputs stand for the randomized model test.
 
 #include <algorithm>
 #include <cstdint>
@@ -35,6 +36,8 @@ const char* const kPaths[] = {"a.cs",      "dir/a.cs", "./dir/a.cs", "A.cs", "b.
 const int32_t kCounts[] = {-2, -1, 0, 1, 1, 2, 2, 3, 4};
 const int32_t kAuxCounts[] = {0, 1, 1, 1, 7};
 const int32_t kHeaderCounts[] = {-1, 0, 1, 2, 2, 3, 3, 4};
+
+void SwitchNothing(void*, int32_t, void*) {}
 
 void Expect(const std::string& difference) {
     if (!difference.empty()) {
@@ -141,28 +144,36 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (!input.Exhausted()) {
         const uint8_t step = input.Byte();
         const size_t index = input.Below(kLibraries);
-        const ProgrammableLibrary& library = libraries[index];
-        switch (step % 5) {
+        void* library = libraries[index].Handle();
+        switch (step % 6) {
             case 0:  // the library was rebuilt: new tables
                 versions.push_back(GenerateTables(input));
                 current[index] = versions.back().get();
                 [[fallthrough]];
             case 1:  // loaded (again)
-                if (current[index] == nullptr) {
-                    break;
+                if (current[index] != nullptr) {
+                    libraries[index].Describe(&current[index]->library);
+                    handling.ProcessLibraryMetadata(library);
+                    model.Load(library, current[index]->library);
                 }
-                library.Describe(&current[index]->library);
-                handling.ProcessLibraryMetadata(library.Handle());
-                model.Load(library.Handle(), current[index]->library);
                 break;
             case 2:
-                handling.UnloadLibraryMetadata(library.Handle());
-                model.Unload(library.Handle());
+                handling.UnloadLibraryMetadata(library);
+                model.Unload(library);
                 break;
             case 3:
                 handling.ClearLibraryMetadata();
                 model.Clear();
                 break;
+            case 4: {  // an entry point under an item hash of the pool, loaded or not
+                const quarn_hash128& item = input.Pick(kItemHashes);
+                void* native = reinterpret_cast<void*>(uintptr_t{input.Byte()} << 4 | 1);
+                handling.RegisterEntryPoint(library, Hash128{item.word0, item.word1}, native,
+                                            nullptr, reinterpret_cast<void*>(SwitchNothing),
+                                            nullptr);
+                model.Register(Hash128{item.word0, item.word1}, library, native);
+                break;
+            }
             default:
                 Expect(MethodListDifference(handling, inspector));
                 break;
@@ -171,8 +182,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Expect(testing_support::DifferenceFromRebuild(inspector));
         Expect(testing_support::MatchDifferenceFromFullWalk(handling, kProbePaths));
     }
-    for (const ProgrammableLibrary& library : libraries) {
+    for (const ProgrammableLibrary& library : libraries)
         library.Describe(nullptr);
-    }
     return 0;
 }

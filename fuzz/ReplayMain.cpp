@@ -1,6 +1,6 @@
-// Runs a fuzz target without libFuzzer: every file named on the command line and every file in
-// every directory named, in name order, once each. The normal test suite replays the checked-in
-// corpora this way; a target that finds a fault aborts, which fails the test.
+// Runs a fuzz target without libFuzzer on one input file, or on every file of a corpus directory
+// in name order, once each. The normal test suite replays the checked-in corpora this way;
+// a target that finds a fault aborts, which fails the test.
 
 #include <algorithm>
 #include <cstdint>
@@ -8,37 +8,22 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-namespace {
-
-std::vector<std::filesystem::path> InputFiles(int argc, char** argv) {
-    std::vector<std::filesystem::path> files;
-    for (int i = 1; i < argc; ++i) {
-        const std::filesystem::path argument(argv[i]);
-        if (!std::filesystem::is_directory(argument)) {
-            files.push_back(argument);
-            continue;
-        }
-        std::vector<std::filesystem::path> entries;
-        for (const auto& entry : std::filesystem::directory_iterator(argument)) {
-            if (entry.is_regular_file()) {
-                entries.push_back(entry.path());
-            }
-        }
-        std::sort(entries.begin(), entries.end());
-        files.insert(files.end(), entries.begin(), entries.end());
-    }
-    return files;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-    const std::vector<std::filesystem::path> files = InputFiles(argc, argv);
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: %s INPUT_FILE_OR_CORPUS_DIRECTORY\n", argv[0]);
+        return 2;
+    }
+    std::vector<std::filesystem::path> files;
+    if (!std::filesystem::is_directory(argv[1]))
+        files.emplace_back(argv[1]);
+    else
+        for (const auto& entry : std::filesystem::directory_iterator(argv[1]))
+            files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
     for (const std::filesystem::path& file : files) {
         std::ifstream stream(file, std::ios::binary);
         const std::vector<char> bytes((std::istreambuf_iterator<char>(stream)),

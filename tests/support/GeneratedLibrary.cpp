@@ -24,6 +24,7 @@ quarn_hash128 HashOf(uint64_t seed, uint64_t index) {
 constexpr uint64_t kUniqueMethodSalt = 0x1111;
 constexpr uint64_t kSharedMethodSalt = 0x2222;
 constexpr uint64_t kItemSalt = 0x3333;
+constexpr uint64_t kPoolSeed = 0x5eed;
 // One file in this many has no digest.
 constexpr int32_t kFilesPerMissingDigest = 8;
 
@@ -47,16 +48,12 @@ class ShapeSampler {
 
     quarn_hash128 MethodHash() {
         if (Chance(shape.sharedMethodShare)) {
-            return HashOf(shape.poolSeed ^ kSharedMethodSalt, Below(sharedMethodPool));
+            return HashOf(kPoolSeed ^ kSharedMethodSalt, Below(sharedMethodPool));
         }
         return HashOf(shape.seed ^ kUniqueMethodSalt, uniqueMethods++);
     }
-    quarn_hash128 ItemHash(int32_t position) {
-        if (shape.itemHashPool > 0) {
-            return HashOf(shape.poolSeed ^ kItemSalt, Below(shape.itemHashPool));
-        }
-        return HashOf(shape.seed ^ kItemSalt, position);
-    }
+    // Fixed by the seed and the position: the same shape generated again replaces every item.
+    quarn_hash128 ItemHash(int32_t position) { return HashOf(shape.seed ^ kItemSalt, position); }
     std::string FileName(int32_t item, int32_t file) {
         if (Chance(shape.sharedFileShare)) {
             return "Assets/Scripts/Common/Shared" + std::to_string(Below(shape.sharedFilePool)) +
@@ -126,7 +123,7 @@ GeneratedLibrary::GeneratedLibrary(const LibraryShape& shape) {
     ShapeSampler sampler(shape);
     for (int32_t remaining = shape.methodCount; remaining > 0;) {
         const int32_t methods = std::min(remaining, sampler.Pick(shape.methodsPerItem));
-        AddItem(sampler, methods, sampler.Chance(shape.skippedItemShare));
+        AddItem(sampler, methods);
         remaining -= methods;
     }
     library = quarn_debug_library{QUARN_DEBUG_FORMAT_VERSION, items.size(), items.data()};
@@ -134,7 +131,7 @@ GeneratedLibrary::GeneratedLibrary(const LibraryShape& shape) {
 
 GeneratedLibrary::~GeneratedLibrary() = default;
 
-void GeneratedLibrary::AddItem(ShapeSampler& sampler, int32_t methods, bool skipped) {
+void GeneratedLibrary::AddItem(ShapeSampler& sampler, int32_t methods) {
     const auto position = static_cast<int32_t>(items.size());
     auto item = std::make_unique<ItemTables>();
     const int32_t files = sampler.Pick(sampler.shape.filesPerItem);
@@ -142,25 +139,20 @@ void GeneratedLibrary::AddItem(ShapeSampler& sampler, int32_t methods, bool skip
     for (int32_t k = 0; k < methods; ++k) {
         item->AddMethod(sampler, files);
     }
-    items.push_back(quarn_debug_item{
-        methods, skipped ? 0 : files, 1, item->methodFileIndices.data(), item->methods.data(),
-        item->fileNameOffsets.data(), item->stringTable.data(), item->sequencePoints.data(),
-        sampler.ItemHash(position), item->methodHashes.data(), item->fileMD5Indices.data(),
-        item->md5Hashes.data()});
+    items.push_back(quarn_debug_item{methods, files, 1, item->methodFileIndices.data(),
+                                     item->methods.data(), item->fileNameOffsets.data(),
+                                     item->stringTable.data(), item->sequencePoints.data(),
+                                     sampler.ItemHash(position), item->methodHashes.data(),
+                                     item->fileMD5Indices.data(), item->md5Hashes.data()});
     tables.push_back(std::move(item));
-    if (!skipped) {
-        methodCount += methods;
-    }
+    methodCount += methods;
 }
 
 std::vector<quarn_hash128> GeneratedLibrary::AllMethodHashes() const {
     std::vector<quarn_hash128> hashes;
     hashes.reserve(static_cast<size_t>(methodCount));
-    for (const quarn_debug_item& item : items) {
-        if (item.fileCount != 0) {
-            hashes.insert(hashes.end(), item.methodHashes, item.methodHashes + item.methodCount);
-        }
-    }
+    for (const quarn_debug_item& item : items)
+        hashes.insert(hashes.end(), item.methodHashes, item.methodHashes + item.methodCount);
     return hashes;
 }
 

@@ -25,22 +25,13 @@ struct LibraryShape {
     IntRange filesPerItem{5, 10};
     IntRange filesPerMethod{1, 2};
     int32_t sequencePointsPerMethod = 3;
-    // Share of methods whose hash is drawn from a pool common to every library generated with
-    // the same `poolSeed`, and the size of that pool (0: a twentieth of `methodCount`).
+    // Share of methods whose hash is drawn from a pool common to every generated library, and
+    // the size of that pool (0: a twentieth of `methodCount`).
     double sharedMethodShare = 0.1;
     int32_t sharedMethodPool = 0;
     // Share of files named from a pool of common names, and the pool's size.
     double sharedFileShare = 0.3;
     int32_t sharedFilePool = 64;
-    // Seeds the shared method pool and the item hash pool, so that libraries generated with
-    // the same value share methods and, with `itemHashPool`, items.
-    uint64_t poolSeed = 0x5eed;
-    // 0: every item has a hash of its own, fixed by the seed and the item's position (so the
-    // same shape generated again replaces every item). Otherwise item hashes are drawn from a
-    // pool of this size, so items replace one another within and across libraries.
-    int32_t itemHashPool = 0;
-    // Share of items given a zero file count, which the reader skips.
-    double skippedItemShare = 0.0;
 };
 
 // The debug tables of one compiled library, built in memory in the producer's layout.
@@ -53,14 +44,13 @@ class GeneratedLibrary {
 
     const quarn_debug_library* Description() const { return &library; }
     const std::vector<quarn_debug_item>& Items() const { return items; }
-    // Methods of the items the reader keeps.
     int32_t MethodCount() const { return methodCount; }
-    // The method hashes of the items the reader keeps, in item and method order.
+    // Every item's method hashes, in item and method order.
     std::vector<quarn_hash128> AllMethodHashes() const;
 
   private:
     struct ItemTables;
-    void AddItem(class ShapeSampler& sampler, int32_t methods, bool skipped);
+    void AddItem(class ShapeSampler& sampler, int32_t methods);
 
     std::vector<std::unique_ptr<ItemTables>> tables;
     std::vector<quarn_debug_item> items;

@@ -48,7 +48,6 @@ class MonoDebuggerHandlingInspector {
     const auto& BreakpointMethods() const NO_THREAD_SAFETY_ANALYSIS {
         return object.breakpointMethods;
     }
-    const auto& MethodCache() const NO_THREAD_SAFETY_ANALYSIS { return object.methodCache; }
     uint64_t MethodCacheGeneration() const NO_THREAD_SAFETY_ANALYSIS {
         return object.methodCacheGeneration;
     }
@@ -57,7 +56,6 @@ class MonoDebuggerHandlingInspector {
         return object.methodCache.RetiredItemCount();
     }
     JITBuffer* Buffer() const { return object.jitBuffer; }
-    Trampoline<MonoDebuggerHandling>* TrampolineGenerator() const { return object.trampoline; }
     DebugLogWriter* LogWriter() const { return object.logWriter; }
 
     // Unit tests of execution switching put keys into the breakpoint map directly, then run

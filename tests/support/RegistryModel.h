@@ -1,7 +1,8 @@
 #pragma once
 // A plain model of the registry's rules: a load whose header counts at least one item keeps each
 // item with non-zero counts and drops every earlier item with its hash; an unload drops the
-// library's items; each method is held by the items that list it, in registration order.
+// library's items and entry points, a clear all of them; each method is held by the items that
+// list it, in registration order; entry points stay in registration order under their hash.
 
 #include <string>
 #include <unordered_map>
@@ -14,12 +15,6 @@ namespace testing_support {
 
 class RegistryModel {
   public:
-    struct Item {
-        Hash128 hash;
-        void* library;
-        const quarn_debug_item* source;  // must outlive the model's use of it
-    };
-
     void Load(void* library, const quarn_debug_library& tables) {
         for (int32_t i = 0; i < static_cast<int32_t>(tables.itemCount); ++i) {
             const quarn_debug_item& item = tables.items[i];
@@ -30,14 +25,20 @@ class RegistryModel {
             }
         }
     }
+    void Register(const Hash128& hash, void* library, void* native) {
+        entryPoints[hash].emplace_back(library, native);
+    }
     void Unload(void* library) {
         std::erase_if(items, [&](const Item& item) { return item.library == library; });
+        for (auto it = entryPoints.begin(); it != entryPoints.end();) {
+            std::erase_if(it->second, [&](const auto& entry) { return entry.first == library; });
+            it = it->second.empty() ? entryPoints.erase(it) : std::next(it);
+        }
     }
-    void Clear() { items.clear(); }
-    const std::vector<Item>& Items() const { return items; }
+    void Clear() { items.clear(), entryPoints.clear(); }
 
-    // Empty when the registry holds exactly the model's items, read from the same tables, and
-    // each method's holders in the model's order; otherwise what differs first.
+    // Empty when the registry holds exactly the model's items, read from the same tables, each
+    // method's holders and each hash's entry points in the model's order; otherwise what differs.
     std::string Difference(const MonoDebuggerHandlingInspector& inspect) const {
         std::unordered_map<Hash128, const Item*> byHash;
         std::unordered_map<Hash128, std::vector<const void*>> expected, held;
@@ -48,9 +49,8 @@ class RegistryModel {
                 expected[Hash128{method.word0, method.word1}].push_back(&item);
             }
         }
-        if (inspect.MetadataItems().size() != items.size()) {
+        if (inspect.MetadataItems().size() != items.size())
             return "item count";
-        }
         std::unordered_map<const void*, const void*> modelItemOf;
         for (const QuarnDebugMetadata* record : inspect.MetadataItems()) {
             const auto found = byHash.find(record->hash);
@@ -59,21 +59,33 @@ class RegistryModel {
             if (source == nullptr || record->libraryHandle != found->second->library ||
                 record->methodCount != source->methodCount ||
                 record->fileCount != source->fileCount ||
-                static_cast<const void*>(record->methodHashes) != source->methodHashes) {
+                static_cast<const void*>(record->methodHashes) != source->methodHashes)
                 return "item " + record->hash.ToString();
-            }
             modelItemOf[record] = found->second;
         }
-        for (const auto& [hash, list] : inspect.HashToMetadataList()) {
-            for (const QuarnDebugMetadata* record : list) {
+        for (const auto& [hash, list] : inspect.HashToMetadataList())
+            for (const QuarnDebugMetadata* record : list)
                 held[hash].push_back(modelItemOf.contains(record) ? modelItemOf[record] : record);
-            }
-        }
-        return held == expected ? "" : "holders";
+        if (held != expected)
+            return "holders";
+        EntryMap registered;
+        for (const auto& [hash, list] : inspect.EntryPoints())
+            for (const EntryPoint& entry : list)
+                registered[hash].emplace_back(entry.library, entry.native);
+        return registered == entryPoints ? "" : "entry points";
     }
 
   private:
+    struct Item {
+        Hash128 hash;
+        void* library;
+        const quarn_debug_item* source;  // must outlive the model's use of it
+    };
+    // (library, native) of each hash's entry points, in registration order.
+    using EntryMap = std::unordered_map<Hash128, std::vector<std::pair<void*, void*>>>;
+
     std::vector<Item> items;  // in registration order
+    EntryMap entryPoints;
 };
 
 }  // namespace testing_support
