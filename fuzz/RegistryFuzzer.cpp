@@ -9,15 +9,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <memory>
 #include <string>
 #include <unordered_set>
-#include <utility>
 #include <vector>
 
 #include "FuzzInput.h"
 #include "ProgrammableLibrary.h"
+#include "RecordingDebugger.h"
 #include "plugin/MonoDebuggerHandling.h"
 #include "support/Inspector.h"
 #include "support/ReferenceCaches.h"
@@ -101,29 +100,18 @@ const std::vector<std::string> kProbePaths = {
 // Methods are listed once per distinct hash, and each handle names one of them.
 std::string MethodListDifference(MonoDebuggerHandling& handling,
                                  const MonoDebuggerHandlingInspector& inspector) {
-    struct Recorded {
-        int32_t count = -1;
-        std::vector<void*> handles;
-    } recorded;
-    handling.Callbacks()->writeInt = [](void* buffer, int32_t value) {
-        static_cast<Recorded*>(buffer)->count = value;
-    };
-    handling.Callbacks()->writeMethodId = [](void* buffer, void*, int32_t, void* method) {
-        static_cast<Recorded*>(buffer)->handles.push_back(method);
-    };
-    handling.QuarnFetchMethods(&recorded, nullptr, 0, 0, 0, 0);
-    const size_t methods = inspector.HashToMetadata().size();
+    debugger_side::ReplyBuffer list;
+    handling.QuarnFetchMethods(&list, nullptr, 0, 0, 0, 0);
+    const auto methods = inspector.HashToMetadata();
     std::unordered_set<Hash128> listed;
-    for (void* method : recorded.handles) {
+    for (void* method : list.Methods()) {
         Hash128 hash{};
-        if (handling.TestFetchMethodHash(method, &hash) != 1 ||
-            !inspector.HashToMetadata().contains(hash)) {
+        if (handling.TestFetchMethodHash(method, &hash) != 1 || !methods.contains(hash))
             return "a fresh handle is rejected or names an unknown method";
-        }
         listed.insert(hash);
     }
-    return size_t(recorded.count) == methods && listed.size() == methods &&
-                   recorded.handles.size() == methods
+    const bool counted = list.replies.front() == debugger_side::Int(int32_t(methods.size()));
+    return counted && listed.size() == methods.size() && list.Methods().size() == methods.size()
                ? ""
                : "method list";
 }
@@ -140,6 +128,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     testing_support::RegistryModel model;
     MonoDebuggerHandling handling("");
     const MonoDebuggerHandlingInspector inspector(handling);
+    debugger_side::InstallWriters(handling.Callbacks());
 
     while (!input.Exhausted()) {
         const uint8_t step = input.Byte();
