@@ -50,17 +50,14 @@ TEST(UnloadSafety, AClosedLibraryIsUnloadedWithoutBeingRead) {
 
 TEST(UnloadSafety, TablesChangedAfterTheLoadDoNotChangeWhatIsDropped) {
     // Two libraries sharing method hashes and file names, served from writable memory.
-    const generated::LibraryShape shape{.methodCount = 300,
-                                        .sharedMethodShare = 0.5,
-                                        .sharedMethodPool = 40,
-                                        .sharedFileShare = 0.5,
-                                        .sharedFilePool = 8};
-    generated::GeneratedLibrary first(shape), second({.methodCount = 300,
-                                                      .seed = 2,
-                                                      .sharedMethodShare = 0.5,
-                                                      .sharedMethodPool = 40,
-                                                      .sharedFileShare = 0.5,
-                                                      .sharedFilePool = 8});
+    generated::LibraryShape shape{.methodCount = 300,
+                                  .sharedMethodShare = 0.5,
+                                  .sharedMethodPool = 40,
+                                  .sharedFileShare = 0.5,
+                                  .sharedFilePool = 8};
+    generated::GeneratedLibrary first(shape);
+    shape.seed = 2;
+    generated::GeneratedLibrary second(shape);
     generated::ProgrammableLibrary copy0(MDH_COMPILED_DIR, 0), copy1(MDH_COMPILED_DIR, 1);
     copy0.Program(first), copy1.Program(second);
     MonoDebuggerHandling handling("");
