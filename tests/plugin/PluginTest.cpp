@@ -53,7 +53,7 @@ TEST(HandlingObject, CommandStringIsExactAndShutdownClearsOnlyTheFlushSlot) {
 class DebugLog : public ::testing::TestWithParam<std::pair<std::vector<int>, std::string>> {};
 TEST_P(DebugLog, FirstWriterTruncatesLaterOnesAppendAfterASeparator) {
     testing_support::TempWorkingDirectory directory;
-    std::filesystem::create_directory(directory.Path() + "/Logs");
+    std::filesystem::create_directory("Logs");
     std::ofstream(directory.LogPath()) << "stale\n";
     for (int level : GetParam().first) {
         DebugLogWriter writer(level, "quarn-mono-debug.log");
@@ -80,7 +80,7 @@ TEST_P(LogSwitch, TextBecomesTheLevelAndSetupIsTheFirstLine) {
     ScopedEnvironment debug("ORVEL_QUARN_DEBUG", text ? text->c_str() : nullptr);
     MonoDebuggerHandling object("/p.dll");
     const DebugLogWriter* writer = MonoDebuggerHandlingInspector(object).LogWriter();
-    EXPECT_EQ(std::filesystem::exists(directory.Path() + "/Logs"), text.has_value());
+    EXPECT_EQ(std::filesystem::exists("Logs"), text.has_value());
     ASSERT_EQ(writer != nullptr, text.has_value());
     EXPECT_TRUE(writer == nullptr || (writer->Accepts(level) && !writer->Accepts(level + 1)));
     EXPECT_EQ(directory.LogLines(), level >= 1 ? Lines{"Setting up Callbacks"} : Lines{});
@@ -91,16 +91,14 @@ const std::pair<std::optional<std::string>, int> kVariableTexts[] = {
     {"abc", 0},        {"0", 0}, {"-1", -1}, {"4294967297", 1}};  // strtol, then 32 bits
 INSTANTIATE_TEST_SUITE_P(Texts, LogSwitch, ::testing::ValuesIn(kVariableTexts));
 
-TEST(PluginElf, DefinesExactlyTheFourteenExportsAndBindsNow) {
-    const std::string plugin = testing_support::PluginPath();
-    EXPECT_EQ(testing_support::CommandOutput("nm -D --defined-only " + plugin +
-                                             " | awk '{print $3}' | sort | tr '\\n' ' '"),
-              "clear_library_metadata dispose get_context_for_current_thread initialize "
-              "jit_allocate_memory jit_free_memory jit_get_cpu_architecture jit_write_to_memory "
-              "library_loaded library_unloaded register_entry "
-              "request_flush_client_debugger_knowledge shut_down startup ");
-    EXPECT_NE(testing_support::CommandOutput("readelf -d " + plugin).find("BIND_NOW"),
-              std::string::npos);
+TEST(PluginElf, DefinesExactlyTheFourteenExports) {
+    EXPECT_EQ(
+        testing_support::CommandOutput("nm -D --defined-only " + testing_support::PluginPath() +
+                                       " | awk '{print $3}' | sort | tr '\\n' ' '"),
+        "clear_library_metadata dispose get_context_for_current_thread initialize "
+        "jit_allocate_memory jit_free_memory jit_get_cpu_architecture jit_write_to_memory "
+        "library_loaded library_unloaded register_entry "
+        "request_flush_client_debugger_knowledge shut_down startup ");
 }
 
 template <class Function>
@@ -117,13 +115,11 @@ TEST(PluginExports, NullArgumentsContextIsPerThreadAndJitSizesAreUnsigned32Bit) 
     EXPECT_EQ(EXPORT(jit_get_cpu_architecture)(), 0);
     auto* context = EXPORT(get_context_for_current_thread);
     void** mine = context();
-    EXPECT_EQ(context(), mine);
     *mine = mine;
-    void** theirs = nullptr;
-    void* theirValue = mine;
-    std::thread([&] { theirValue = *(theirs = context()); }).join();
-    EXPECT_NE(theirs, mine);
-    EXPECT_EQ(theirValue, nullptr);  // a fresh thread starts with null
+    std::thread([&] {
+        EXPECT_EQ(*context(), nullptr);
+    }).join();  // a slot per thread, null at first
+    EXPECT_EQ(context(), mine);
     EXPECT_EQ(*mine, mine);
     EXPECT_EQ(EXPORT(jit_allocate_memory)(0), MAP_FAILED);
     // 0xFFFFFFFF bytes in whole pages: 4 GiB, writable and executable up to the last byte.

@@ -2,7 +2,6 @@
 
 #include <sys/mman.h>
 
-#include <cstring>
 #include <stdexcept>
 
 extern "C" __attribute__((noinline)) int NativeCode() {
@@ -34,22 +33,6 @@ void* JumpStubs::Make(size_t index, const void* target, const void* alternate) {
     std::memcpy(stub + 2, &target, 8);
     std::memcpy(stub + 16, &alternate, 8);
     return stub;
-}
-
-static uint64_t WordAt(const void* stub, size_t offset) {
-    uint64_t word;
-    std::memcpy(&word, static_cast<const uint8_t*>(stub) + offset, 8);
-    return word;
-}
-uint64_t JumpStubs::Target(const void* stub) {
-    return WordAt(stub, 2);
-}
-uint64_t JumpStubs::Alternate(const void* stub) {
-    return WordAt(stub, 16);
-}
-
-Landing JumpStubs::Call(const void* stub) {
-    return static_cast<Landing>(reinterpret_cast<int (*)()>(const_cast<void*>(stub))());
 }
 
 }  // namespace testing_support

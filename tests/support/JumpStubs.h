@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace testing_support {
 
@@ -34,12 +35,20 @@ class JumpStubs {
                     reinterpret_cast<const void*>(&ManagedCode));
     }
 
-    static uint64_t Target(const void* stub);
-    static uint64_t Alternate(const void* stub);
+    static uint64_t Target(const void* stub) { return WordAt(stub, 2); }
+    static uint64_t Alternate(const void* stub) { return WordAt(stub, 16); }
     // Calls through the stub and says which function ran.
-    static Landing Call(const void* stub);
+    static Landing Call(const void* stub) {
+        return static_cast<Landing>(reinterpret_cast<int (*)()>(const_cast<void*>(stub))());
+    }
 
   private:
+    static uint64_t WordAt(const void* stub, size_t offset) {
+        uint64_t word;
+        std::memcpy(&word, static_cast<const uint8_t*>(stub) + offset, 8);
+        return word;
+    }
+
     uint8_t* page;
     size_t size;
 };
