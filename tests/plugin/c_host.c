@@ -1,18 +1,20 @@
-/* A host in strict C11 against the public header alone: one session from initialize to dispose.
-   Exits with 0 only when the record named by the command string is as right after start-up. */
+/* A host in strict C11 against the public headers alone: one session from initialize to dispose
+   of the plug-in named on the command line. Exits with 0 only when the record named by the
+   command string is as right after start-up. Also built against an installed package. */
 #include <dlfcn.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "mono_debugger_handling.h"
+#include "quarn_debug_producer.h" /* installed beside it for compiler back ends */
 
 int main(int argc, char** argv) {
     static const char* const kNames[] = {"initialize", "startup", "shut_down", "dispose"};
     static const char kPrefix[] = "$load_debugger_interface |CB|";
-    mdh_handle (*initialize_fn)(const char*);
-    const char* (*startup_fn)(mdh_handle);
-    void (*shut_down_fn)(mdh_handle);
-    void (*dispose_fn)(mdh_handle);
+    __typeof__(&initialize) initialize_fn;
+    __typeof__(&startup) startup_fn;
+    __typeof__(&shut_down) shut_down_fn;
+    __typeof__(&dispose) dispose_fn;
     void* functions[] = {&initialize_fn, &startup_fn, &shut_down_fn, &dispose_fn};
     void* library = argc == 2 ? dlopen(argv[1], RTLD_NOW | RTLD_LOCAL) : NULL;
     for (int i = 0; i < 4; ++i) {

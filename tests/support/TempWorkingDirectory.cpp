@@ -33,14 +33,13 @@ std::vector<std::string> TempWorkingDirectory::LogLines() const {
 }
 
 ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name(name) {
-    const char* old = std::getenv(name);
-    hadValue = old != nullptr;
-    saved = hadValue ? old : "";
+    if (const char* old = std::getenv(name))
+        saved = old;
     value == nullptr ? unsetenv(name) : setenv(name, value, 1);
 }
 
 ScopedEnvironment::~ScopedEnvironment() {
-    hadValue ? setenv(name.c_str(), saved.c_str(), 1) : unsetenv(name.c_str());
+    saved ? setenv(name.c_str(), saved->c_str(), 1) : unsetenv(name.c_str());
 }
 
 }  // namespace testing_support

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,6 @@ class TempWorkingDirectory {
     TempWorkingDirectory(const TempWorkingDirectory&) = delete;
     TempWorkingDirectory& operator=(const TempWorkingDirectory&) = delete;
 
-    const std::string& Path() const { return path; }
     std::string LogPath() const { return path + "/Logs/quarn-mono-debug.log"; }
     // The log's lines (without their newlines); empty when there is no log file.
     std::vector<std::string> LogLines() const;
@@ -30,8 +30,8 @@ class ScopedEnvironment {
     ~ScopedEnvironment();
 
   private:
-    std::string name, saved;
-    bool hadValue;
+    std::string name;
+    std::optional<std::string> saved;
 };
 
 }  // namespace testing_support
