@@ -25,6 +25,10 @@ int32_t SmallNumber(FuzzInput& input) {
     return static_cast<int8_t>(input.Byte()) % 5;
 }
 
+uint64_t Answer(uint64_t item, uint64_t field) {
+    return item <= kItems && field < 12 ? gAnswers[item][field] : 0;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -45,10 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int32_t& word : gWords)
         word = SmallNumber(input);
 
-    const auto problems = CheckDebugTables([](uint64_t item, uint64_t field) {
-        return item <= kItems && field < 12 ? gAnswers[item][field] : 0;
-    });
-    for (const TableProblem& problem : problems) {
+    for (const TableProblem& problem : CheckDebugTables(Answer)) {
         const bool itemExists = problem.item >= 0 && problem.item <= std::max(itemCount, 0);
         const bool methodExists =
             problem.method < 0 ||
