@@ -25,12 +25,9 @@ bool FailsTheNthAllocation() {  // one-shot: later allocations succeed again
 }
 
 const mdh_hash128 kEntries[] = {FIXTURE_ITEM_A1, FIXTURE_ITEM_A2, FIXTURE_ITEM_B1};
-void* const kNeverTold = Ptr(1);
+const mdh_hash128 &kA1 = kEntries[0], &kA2 = kEntries[1], &kB1 = kEntries[2];
 void KeepTarget(void* context, int32_t, void* target) {
     *static_cast<void**>(context) = target;
-}
-char Lands(uint64_t word) {
-    return word == uint64_t(kNative) ? 'N' : word == uint64_t(&ManagedCode) ? 'M' : "0?"[word != 0];
 }
 
 // One handling object with the debugger side's writers installed, as a host and agent set it up.
@@ -43,26 +40,19 @@ struct HostSession {
             stubAt[stub] = stubs.MakeNative(stub);
     }
     ~HostSession() { x.shut_down(handle), x.dispose(handle); }
-    void Load(const LoadedLibrary& library) { x.library_loaded(handle, library.Handle()); }
-    void Stub(const LoadedLibrary& library, int entry, size_t stub) {
-        x.register_entry(handle, library.Handle(), kEntries[entry], kNative, stubAt[stub], 0, 0);
-    }
-    void Callback(const LoadedLibrary& library, int entry, size_t slot) {
-        x.register_entry(handle, library.Handle(), kEntries[entry], kNative, nullptr, KeepTarget,
-                         &told[slot]);
-    }
-    void SetBreakpointInSharedMethod() {
-        record->breakpointNotify(0, nullptr, 0, Ptr(0xB001));
-        for (void* method : Methods()) {
-            mdh_hash128 hash{};
-            if (record->testFetchMethodHash(method, &hash) == 1 && ToHash(hash) == kMethodShared) {
-                record->breakpointNotify(1, method, 0, Ptr(0xB001));
-            }
-        }
-    }
     std::vector<void*> Methods() {
         ReplyBuffer list;
         return record->fetchMethods(&list, nullptr, 0, 0, 0, 0), list.Methods();
+    }
+    // Debugger queries pass through trampolines that an exception cannot cross: no fault here.
+    void SetBreakpointInSharedMethod() {
+        gFailAt = 0;
+        record->breakpointNotify(0, nullptr, 0, Ptr(0xB001));
+        for (void* method : Methods()) {
+            mdh_hash128 hash{};
+            if (record->testFetchMethodHash(method, &hash) == 1 && ToHash(hash) == kMethodShared)
+                record->breakpointNotify(1, method, 0, Ptr(0xB001));
+        }
     }
     // Everything the host and the debugger side can observe, as text. Lists follow the records'
     // addresses, so they are compared as sets; the shared method is answered by whichever loaded
@@ -74,15 +64,12 @@ struct HostSession {
         for (const Reply& reply : files.replies)
             lines.insert("file " + Text({reply}));
         for (void* method : Methods()) {
-            mdh_hash128 hash{}, item{};
+            mdh_hash128 hash{};
             ReplyBuffer info;
-            record->testFetchMethodHash(method, &hash),
-                record->testFetchEntryPointHash(method, &item);
+            record->testFetchMethodHash(method, &hash);
             record->fetchDebugInfo(&info, method, 1, 2, 32);
             lines.insert(ToHash(hash).ToString() +
-                         (ToHash(hash) == kMethodShared
-                              ? ""
-                              : ToHash(item).ToString() + Text(info.replies)));
+                         (ToHash(hash) == kMethodShared ? "" : Text(info.replies)));
         }
         std::string state;
         for (const std::string& line : lines)
@@ -90,9 +77,12 @@ struct HostSession {
         for (const mdh_hash128& entry : kEntries)
             state += std::to_string(record->testFetchEntryPointCountForHash(&entry)) +
                      std::to_string(record->testBreakpointSet(&entry)) + " ";
+        // Stub words and callback targets as addresses: the two code addresses are the same in
+        // every session of the process.
         for (void* stub : stubAt)
-            state += {Lands(JumpStubs::Target(stub)), Lands(JumpStubs::Alternate(stub)), ' '};
-        return state + Lands(uint64_t(told[0])) + Lands(uint64_t(told[1]));
+            state += std::to_string(JumpStubs::Target(stub)) + "/" +
+                     std::to_string(JumpStubs::Alternate(stub)) + " ";
+        return state + PointerText(told[0]) + " " + PointerText(told[1]);
     }
 
     static inline const PluginExports x;
@@ -100,44 +90,40 @@ struct HostSession {
     mdh_handle handle = x.initialize("/data/Placeholder.dll");
     mdh_callbacks* record = RecordFromCommand(x.startup(handle));
     JumpStubs stubs{5};
-    void* stubAt[5];
-    void* told[2] = {kNeverTold, kNeverTold};
+    void* stubAt[5];                   // the last one is never registered
+    void* told[2] = {Ptr(1), Ptr(1)};  // never told
 };
 
-// The scripted session. Steps without faults only set the scene.
-struct Step {
-    const char* name;
-    bool faulted;
-    void (*run)(HostSession& s);
-};
+// The scripted session. The debugger's steps only set the scene.
+using Step = std::pair<const char*, void (*)(HostSession&)>;
 // clang-format off
 const Step kSession[] = {
-    {"load fixture_a", true, [](HostSession& s) { s.Load(s.a); }},
-    {"load fixture_b", true, [](HostSession& s) { s.Load(s.b); }},
-    {"register A1 (stub)", true, [](HostSession& s) { s.Stub(s.a, 0, 0); }},
-    {"register A2 (callback)", true, [](HostSession& s) { s.Callback(s.a, 1, 0); }},
-    {"set a breakpoint in the shared method", false, [](HostSession& s) { s.SetBreakpointInSharedMethod(); }},
-    {"register A1 again (stub, switched)", true, [](HostSession& s) { s.Stub(s.a, 0, 1); }},
-    {"register B1 (callback, switched)", true, [](HostSession& s) { s.Callback(s.b, 2, 1); }},
-    {"reload fixture_a", true, [](HostSession& s) { s.Load(s.a); }},
-    {"load fixture_a_rebuilt (replaces A1)", true, [](HostSession& s) { s.Load(s.rebuilt); }},
-    {"flush", true, [](HostSession& s) { s.x.request_flush_client_debugger_knowledge(s.handle); }},
-    {"unload fixture_b", true, [](HostSession& s) { s.x.library_unloaded(s.handle, s.b.Handle()); }},
-    {"clear", true, [](HostSession& s) { s.x.clear_library_metadata(s.handle); }},
-    {"load fixture_a after the clear", true, [](HostSession& s) { s.Load(s.a); }},
-    {"register A1 after the clear (stub, switched)", true, [](HostSession& s) { s.Stub(s.a, 0, 3); }},
-    {"reload fixture_a after the clear", true, [](HostSession& s) { s.Load(s.a); }},
-    {"unload fixture_a", true, [](HostSession& s) { s.x.library_unloaded(s.handle, s.a.Handle()); }},
+    {"load fixture_a", [](HostSession& s) { s.x.library_loaded(s.handle, s.a.Handle()); }},
+    {"load fixture_b", [](HostSession& s) { s.x.library_loaded(s.handle, s.b.Handle()); }},
+    {"register A1 (stub)", [](HostSession& s) { s.x.register_entry(s.handle, s.a.Handle(), kA1, kNative, s.stubAt[0], 0, 0); }},
+    {"register A2 (callback)", [](HostSession& s) { s.x.register_entry(s.handle, s.a.Handle(), kA2, kNative, 0, KeepTarget, &s.told[0]); }},
+    {"set a breakpoint in the shared method", [](HostSession& s) { s.SetBreakpointInSharedMethod(); }},
+    {"register A1 again (stub, switched)", [](HostSession& s) { s.x.register_entry(s.handle, s.a.Handle(), kA1, kNative, s.stubAt[1], 0, 0); }},
+    {"register B1 (callback, switched)", [](HostSession& s) { s.x.register_entry(s.handle, s.b.Handle(), kB1, kNative, 0, KeepTarget, &s.told[1]); }},
+    {"reload fixture_a", [](HostSession& s) { s.x.library_loaded(s.handle, s.a.Handle()); }},
+    {"load fixture_a_rebuilt (replaces A1)", [](HostSession& s) { s.x.library_loaded(s.handle, s.rebuilt.Handle()); }},
+    {"flush", [](HostSession& s) { s.x.request_flush_client_debugger_knowledge(s.handle); }},
+    {"unload fixture_b", [](HostSession& s) { s.x.library_unloaded(s.handle, s.b.Handle()); }},
+    {"clear", [](HostSession& s) { s.x.clear_library_metadata(s.handle); }},
+    {"load fixture_a after the clear", [](HostSession& s) { s.x.library_loaded(s.handle, s.a.Handle()); }},
+    {"register A1 after the clear (stub, switched)", [](HostSession& s) { s.x.register_entry(s.handle, s.a.Handle(), kA1, kNative, s.stubAt[2], 0, 0); }},
+    {"reload fixture_a after the clear", [](HostSession& s) { s.x.library_loaded(s.handle, s.a.Handle()); }},
+    {"unload fixture_a", [](HostSession& s) { s.x.library_unloaded(s.handle, s.a.Handle()); }},
     // A fault in the reload above leaves the replaced A1 among the shared method's holders: the
     // breakpoint then reaches A1, unloaded, and A1 registered once more runs managed.
-    {"set the breakpoint again (only B1 holds the method)", false, [](HostSession& s) { s.SetBreakpointInSharedMethod(); }},
-    {"load fixture_a once more", true, [](HostSession& s) { s.Load(s.a); }},
-    {"register A1 once more (stub, not switched)", true, [](HostSession& s) { s.Stub(s.a, 0, 4); }},
+    {"set the breakpoint again (only B1 holds the method)", [](HostSession& s) { s.SetBreakpointInSharedMethod(); }},
+    {"load fixture_a once more", [](HostSession& s) { s.x.library_loaded(s.handle, s.a.Handle()); }},
+    {"register A1 once more (stub, not switched)", [](HostSession& s) { s.x.register_entry(s.handle, s.a.Handle(), kA1, kNative, s.stubAt[3], 0, 0); }},
 };
 // clang-format on
 
-// The state after step `faulted` (and its retry) and at the end of a fresh session in which the
-// `failAt`-th allocation of that step fails (0: none); nothing when the step makes fewer
+// The state after step `faulted` (and its retry), then at the end, of a fresh session in which
+// the `failAt`-th allocation of that step fails (0: none); nothing when the step makes fewer
 // allocations. A session that does not finish within 10 s (a lock left held) ends the process by
 // SIGALRM; the last step printed names the one before.
 std::optional<std::string> RunSession(size_t faulted, size_t failAt) {
@@ -147,10 +133,11 @@ std::optional<std::string> RunSession(size_t faulted, size_t failAt) {
     gFired = false;
     for (size_t step = 0; step < std::size(kSession); ++step) {
         gAllocations = 0, gFailAt = step == faulted ? failAt : 0;
+        const auto run = kSession[step].second;
         try {
-            kSession[step].run(session);
+            run(session);
         } catch (const std::bad_alloc&) {
-            gFailAt = 0, kSession[step].run(session);  // the host's one retry
+            gFailAt = 0, run(session);  // the host's one retry
         }
         gFailAt = 0;
         state += step == faulted ? session.State() + "\nat the end:\n" : "";
@@ -159,36 +146,29 @@ std::optional<std::string> RunSession(size_t faulted, size_t failAt) {
     return gFired || failAt == 0 ? std::optional(state + session.State()) : std::nullopt;
 }
 
-// Every allocation of every faulted step failed in turn.
+// Every allocation of every step failed in turn.
 void FailEveryAllocation(const char* logLevel) {
     TempWorkingDirectory directory;
     ScopedEnvironment logging("ORVEL_QUARN_DEBUG", logLevel);
     gAllocationFails = FailsTheNthAllocation;
-    size_t injected = 0, converged = 0;
+    size_t injected = 0;
     for (size_t step = 0; step < std::size(kSession); ++step) {
-        if (!kSession[step].faulted)
-            continue;
+        const char* name = kSession[step].first;
         const std::string expected = *RunSession(step, 0);
         size_t failAt = 1;
-        for (std::optional<std::string> state; (state = RunSession(step, failAt)); ++failAt) {
-            ++injected, converged += *state == expected;
-            EXPECT_EQ(*state, expected) << kSession[step].name << ", allocation " << failAt;
-        }
-        std::printf("%-52s %3zu allocations\n", kSession[step].name, failAt - 1), fflush(stdout);
-        // The plug-in's allocations are counted here: a load cannot do without any.
-        EXPECT_TRUE(failAt > 1 || !std::string(kSession[step].name).starts_with("load"));
+        for (std::optional<std::string> state; (state = RunSession(step, failAt)); ++failAt)
+            EXPECT_EQ(*state, expected) << name << ", allocation " << failAt;
+        injected += failAt - 1;
+        std::printf("%-52s %3zu allocations\n", name, failAt - 1), fflush(stdout);
     }
     gAllocationFails = nullptr;
-    std::printf("faults injected: %zu, converged after the retry: %zu\n", injected, converged);
+    std::printf("faults injected: %zu\n", injected);
     EXPECT_GT(injected, 0u);
 }
 
-TEST(AllocationFailures, EveryFaultConvergesAfterOneRetryWithLoggingOff) {
-    FailEveryAllocation(nullptr);
-}
-
-TEST(AllocationFailures, EveryFaultConvergesAfterOneRetryWithLoggingAtLevel3) {
-    FailEveryAllocation("3");
+TEST(AllocationFailures, EveryFaultConvergesAfterOneRetryWithLoggingOffAndAtLevel3) {
+    for (const char* logLevel : {static_cast<const char*>(nullptr), "3"})
+        FailEveryAllocation(logLevel);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 // The session demo and the inspector run as a user runs them.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
 
+#include "support/Command.h"
 #include "support/Fixtures.h"
 #include "support/TempWorkingDirectory.h"
 
@@ -13,46 +13,67 @@ namespace {
 
 using testing_support::CompiledLibraryPath;
 
-// The contents of a file, which is then removed.
-std::string Take(const std::string& path) {
-    std::string text{std::istreambuf_iterator<char>(std::ifstream(path).rdbuf()), {}};
-    std::remove(path.c_str());
-    return text;
-}
-
 // Runs a program (command[0]) through the shell: its exit status, stdout and stderr. Under the
 // leak checker it keeps its list of suppressed leaks to itself, so stderr holds only its own words.
 std::tuple<int, std::string, std::string> RunProgram(const std::vector<std::string>& command) {
-    const std::string out = "/tmp/mdh-program-" + std::to_string(getpid()), err = out + "-err";
+    const std::string errors = "/tmp/mdh-program-" + std::to_string(getpid());
     std::string line = "LSAN_OPTIONS=\"$LSAN_OPTIONS:print_suppressions=0\"";
-    for (const std::string& word : command) {
+    for (const std::string& word : command)
         line += " '" + word + "'";
-    }
-    const int status = std::system((line + " >" + out + " 2>" + err).c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Take(out), Take(err)};
+    int status = -1;
+    const std::string out = testing_support::CommandOutput(line + " 2>" + errors, &status);
+    const std::string err{std::istreambuf_iterator<char>(std::ifstream(errors).rdbuf()), {}};
+    std::remove(errors.c_str());
+    return {status, out, err};
 }
 
 }  // namespace
 
-TEST(ProgramsTest, SessionSwitchesBothEntryPointsOfTheSharedMethodThroughTheStubs) {
-    testing_support::TempWorkingDirectory directory;  // the plug-in writes Logs/ under it
-    const auto [status, out, err] = RunProgram({SESSION_PROGRAM});
+// Each row: a run that succeeds, and lines its standard output holds.
+TEST(ProgramsTest, SessionAndInspectorPrintWhatTheyAreAskedFor) {
+    testing_support::TempWorkingDirectory directory;  // the session's plug-in writes Logs/ here
+    const std::string skip = CompiledLibraryPath("fixture_skip");
+    const std::string md5 =
+        testing_support::CommandOutput("md5sum " SAMPLE_SOURCES "/MathUtil.cs").substr(0, 32);
     const std::string entry = "00000000000000E100000000000000: quarned -> ";
-
-    ASSERT_EQ(status, 0) << err;
-    EXPECT_EQ(err, "");
-    for (const std::string& line : std::vector<std::string>{
-             "library_loaded(libquarn_sample.so): 3 items, 3 read by the plug-in; "
-             "flushClientKnowledge called 1 time(s)\n",
-             "isFileQuarned(\"Assets/Scripts/MathUtil.cs\") -> 1; it stands for "
-             "./Assets/Scripts/MathUtil.cs\n",
-             // The token depends on the order the plug-in lists its methods in; the hash does not.
-             " (hash 30000000000000004D00000000000000): IL 0x000A  12:13-12:46  file 0\n",
-             "  entry 01" + entry + "managed -> quarned  (testBreakpointSet 1 -> 0)  switched\n",
-             "  entry 02" + entry + "managed -> quarned  (testBreakpointSet 1 -> 0)  switched\n",
-             "  entry 03" + entry + "quarned -> quarned  (testBreakpointSet 0 -> 0)\n",
-             "log (level 3): " + directory.LogPath() + "\n"}) {
-        EXPECT_NE(out.find(line), std::string::npos) << line << out;
+    const std::pair<std::vector<std::string>, std::vector<std::string>> runs[] = {
+        {{SESSION_PROGRAM},
+         {"library_loaded(libquarn_sample.so): 3 items, 3 read by the plug-in; "
+          "flushClientKnowledge called 1 time(s)\n",
+          "isFileQuarned(\"Assets/Scripts/MathUtil.cs\") -> 1; it stands for "
+          "./Assets/Scripts/MathUtil.cs\n",
+          // The token depends on the order the plug-in lists its methods in; the hash does not.
+          " (hash 30000000000000004D00000000000000): IL 0x000A  12:13-12:46  file 0\n",
+          "  entry 01" + entry + "managed -> quarned  (testBreakpointSet 1 -> 0)  switched\n",
+          "  entry 02" + entry + "managed -> quarned  (testBreakpointSet 1 -> 0)  switched\n",
+          "  entry 03" + entry + "quarned -> quarned  (testBreakpointSet 0 -> 0)\n",
+          "log (level 3): " + directory.LogPath() + "\n"}},
+        {{INSPECT_PROGRAM, SAMPLE_LIBRARY, skip},
+         {"\n    file 2: ./Assets/Scripts/MathUtil.cs  md5 " + md5 + "\n",
+          "\n    method 0: hash 11000000000000004D00000000000000, files 0, 1, 5 sequence points\n",
+          "\n      IL 0x0003  17:13-17:43  file 1\n",
+          "\n  item 2: 5 methods, 0 files, field 2 = 1: skipped by the plug-in\n"}},
+        {{INSPECT_PROGRAM, "--json", skip},
+         {R"({"libraries":[{"path":")" + skip +
+          R"(","pluginReadsLibrary":true,"version":131072,"itemCount":3,"items":[{"item":1,)"
+          R"("hash":"01510000000000000000000000000030","methodCount":1,"fileCount":1,"auxCount":1,)"
+          R"("skippedByPlugin":false,"files":[{"file":0,"name":"skip/One.cs","md5":null}],)"
+          R"("methods":[{"method":0,"hash":"01510000000000007700000000000000",)"
+          R"("sequencePointCount":1,"firstSequencePoint":0,"fileCount":1,"firstFile":0,"files":[0],)"
+          R"("sequencePoints":[{"ilOffset":0,"startLine":1,"startColumn":1,"endLine":1,)"
+          R"("endColumn":2,"file":0}]}]},{"item":2,"hash":null,)"}},
+        // libfixture_b.so names ./B/B1.cs (item 1 file 1); a name with a ./ element matches any
+        // path that ends in the rest of it, also where the suffix does not start at a separator.
+        {{INSPECT_PROGRAM, "--match", "/home/u/proj/XB/B1.cs", CompiledLibraryPath("fixture_b")},
+         {"library\n  match '/home/u/proj/XB/B1.cs': 1 file name(s)\n"
+          "    ./B/B1.cs  (item 1 file 1)\n"}},
+    };
+    for (const auto& [command, lines] : runs) {
+        const auto [status, out, err] = RunProgram(command);
+        EXPECT_EQ(status, 0) << err;
+        EXPECT_EQ(err, "");
+        for (const std::string& line : lines)
+            EXPECT_NE(out.find(line), std::string::npos) << line << out;
     }
 }
 
@@ -61,13 +82,10 @@ TEST(ProgramsTest, SessionSwitchesBothEntryPointsOfTheSharedMethodThroughTheStub
 TEST(ProgramsTest, BadInputGivesOneLineOnStderrAndFails) {
     testing_support::TempWorkingDirectory directory;
     const std::string session = SESSION_PROGRAM, inspect = INSPECT_PROGRAM, lib = "--library";
-    const std::string source = SAMPLE_SOURCES "/Player.cs", none = "/nonexistent/libnothing.so";
     const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
-        {{session, lib, none}, 1, "no such file"},
-        {{inspect, source}, 2, "not a loadable shared object"},
-        {{session, lib, CompiledLibraryPath("fixture_bad_version")},
-         1,
-         "ignores its debug tables (format version 0x20001"},
+        {{session, lib, "/nonexistent/libnothing.so"}, 1, "no such file"},
+        {{inspect, SAMPLE_SOURCES "/Player.cs"}, 2, "not a loadable shared object"},
+        {{session, lib, CompiledLibraryPath("fixture_bad_version")}, 1, "ignores its debug tables"},
         {{inspect, CompiledLibraryPath("fixture_no_query")}, 2, "exports no \"quarn.debug_query\""},
         {{session, "--break", "Nowhere.cs:3"}, 1, "Nowhere.cs:3: no compiled method covers it"},
         {{session, "--break", "MathUtil.cs"}, 2, "is not of the form FILE:LINE"},
@@ -85,36 +103,6 @@ TEST(ProgramsTest, BadInputGivesOneLineOnStderrAndFails) {
                                        : out.empty())
             << out;
     }
-}
-
-TEST(ProgramsTest, InspectorPrintsTheTablesAsTextAndAsOneJsonDocument) {
-    const std::string skip = CompiledLibraryPath("fixture_skip");
-    const auto [textStatus, text, textErr] = RunProgram({INSPECT_PROGRAM, SAMPLE_LIBRARY, skip});
-    const auto [jsonStatus, json, jsonErr] = RunProgram({INSPECT_PROGRAM, "--json", skip});
-    const std::string md5 =
-        std::get<1>(RunProgram({"md5sum", SAMPLE_SOURCES "/MathUtil.cs"})).substr(0, 32);
-
-    ASSERT_EQ(textStatus, 0) << textErr;
-    for (const std::string& line : std::vector<std::string>{
-             "    file 2: ./Assets/Scripts/MathUtil.cs  md5 " + md5 + "\n",
-             "    method 0: hash 11000000000000004D00000000000000, files 0, 1, 5 sequence points\n",
-             "      IL 0x0003  17:13-17:43  file 1\n",
-             "  item 2: 5 methods, 0 files, field 2 = 1: skipped by the plug-in\n"}) {
-        EXPECT_NE(text.find("\n" + line), std::string::npos) << line << text;
-    }
-    ASSERT_EQ(jsonStatus, 0) << jsonErr;
-    EXPECT_TRUE(json.starts_with(
-        R"({"libraries":[{"path":")" + skip +
-        R"(","pluginReadsLibrary":true,"version":131072,"itemCount":3,"items":[{"item":1,)"
-        R"("hash":"01510000000000000000000000000030","methodCount":1,"fileCount":1,"auxCount":1,)"
-        R"("skippedByPlugin":false,"files":[{"file":0,"name":"skip/One.cs","md5":null}],)"
-        R"("methods":[{"method":0,"hash":"01510000000000007700000000000000",)"
-        R"("sequencePointCount":1,"firstSequencePoint":0,"fileCount":1,"firstFile":0,"files":[0],)"
-        R"("sequencePoints":[{"ilOffset":0,"startLine":1,"startColumn":1,"endLine":1,)"
-        R"("endColumn":2,"file":0}]}]},{"item":2,"hash":null,"methodCount":5,"fileCount":0,)"
-        R"("auxCount":1,"skippedByPlugin":true,"files":[],"methods":[]},)"))
-        << json;
-    EXPECT_EQ(std::ranges::count(json, '\n'), 1);  // one document
 }
 
 // Each row: a library broken_<rule> (broken_tables.c), then every problem the check reports.
@@ -161,16 +149,4 @@ TEST(ProgramsTest, InspectorCheckNamesItemMethodAndFieldOfEachBrokenRule) {
             " problem(s)\n" + problems))
             << out;
     }
-}
-
-// libfixture_b.so names ./B/B1.cs (item 1 file 1); a name with a ./ element matches any path that
-// ends in the rest of it, also where the suffix does not start at a separator.
-TEST(ProgramsTest, InspectorMatchListsTheFileNamesTheDebuggerTreatsAsThePath) {
-    const auto [status, out, err] = RunProgram(
-        {INSPECT_PROGRAM, "--match", "/home/u/proj/XB/B1.cs", CompiledLibraryPath("fixture_b")});
-    EXPECT_EQ(status, 0) << err;
-    EXPECT_TRUE(
-        out.ends_with("library\n  match '/home/u/proj/XB/B1.cs': 1 file name(s)\n"
-                      "    ./B/B1.cs  (item 1 file 1)\n"))
-        << out;
 }
