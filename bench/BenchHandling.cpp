@@ -44,7 +44,7 @@ const generated::GeneratedLibrary& LibraryWithDistinctFiles(int32_t methods) {
 
 void* Serve(const generated::GeneratedLibrary& tables) {
     static const ProgrammableLibrary library(0);
-    library.Program(tables);
+    library.Describe(tables.Description());
     return library.Handle();
 }
 

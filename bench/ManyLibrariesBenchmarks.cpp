@@ -26,7 +26,7 @@ class LibraryFleet {
   public:
     explicit LibraryFleet(int count) : directory(MakeDirectory()) {
         const std::filesystem::path source =
-            std::filesystem::path(MDH_GENERATED_COMPILED_DIR) / "libfixture_programmable_0.so";
+            std::filesystem::path(MDH_COMPILED_DIR) / "libfixture_programmable_0.so";
         for (int i = 0; i < count; ++i) {
             const auto copy = directory / ("libfleet_" + std::to_string(i) + ".so");
             std::filesystem::copy_file(source, copy);

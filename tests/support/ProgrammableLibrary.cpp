@@ -3,12 +3,13 @@
 #include <dlfcn.h>
 
 #include <stdexcept>
+#include <string>
 
 namespace {
 
-void* OpenCopy(const std::string& compiledDirectory, int copy) {
+void* OpenCopy(int copy) {
     const std::string path =
-        compiledDirectory + "/libfixture_programmable_" + std::to_string(copy) + ".so";
+        MDH_COMPILED_DIR "/libfixture_programmable_" + std::to_string(copy) + ".so";
     void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
         throw std::runtime_error(dlerror());
@@ -18,8 +19,8 @@ void* OpenCopy(const std::string& compiledDirectory, int copy) {
 
 }  // namespace
 
-ProgrammableLibrary::ProgrammableLibrary(const std::string& compiledDirectory, int copy)
-    : handle(OpenCopy(compiledDirectory, copy)),
+ProgrammableLibrary::ProgrammableLibrary(int copy)
+    : handle(OpenCopy(copy)),
       setLibrary(reinterpret_cast<SetLibrary>(dlsym(handle, "programmable_set_library"))) {
     if (setLibrary == nullptr) {
         dlclose(handle);

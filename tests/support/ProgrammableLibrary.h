@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string>
-
-#include "GeneratedLibrary.h"
 #include "quarn_debug_producer.h"
 
 // One copy of the programmable compiled library (libfixture_programmable_<copy>.so, from
@@ -11,17 +8,13 @@
 // Tables must outlive every use of the library by a handling object.
 class ProgrammableLibrary {
   public:
-    explicit ProgrammableLibrary(int copy) : ProgrammableLibrary(MDH_COMPILED_DIR, copy) {}
-    ProgrammableLibrary(const std::string& compiledDirectory, int copy);
+    explicit ProgrammableLibrary(int copy);
     ~ProgrammableLibrary();
     ProgrammableLibrary(const ProgrammableLibrary&) = delete;
     ProgrammableLibrary& operator=(const ProgrammableLibrary&) = delete;
 
     void* Handle() const { return handle; }
     void Describe(const quarn_debug_library* library) const { setLibrary(library); }
-    void Program(const generated::GeneratedLibrary& tables) const {
-        Describe(tables.Description());
-    }
 
   private:
     using SetLibrary = void (*)(const quarn_debug_library*);
@@ -29,7 +22,3 @@ class ProgrammableLibrary {
     void* handle;
     SetLibrary setLibrary;
 };
-
-namespace generated {
-using ::ProgrammableLibrary;
-}  // namespace generated

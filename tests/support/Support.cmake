@@ -14,7 +14,6 @@ if(NOT TARGET fixture_programmable_0)
 endif()
 
 add_library(mdh_test_doubles STATIC
-  ${CMAKE_CURRENT_LIST_DIR}/GeneratedLibrary.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ProgrammableLibrary.cpp
   ${CMAKE_CURRENT_LIST_DIR}/JumpStubs.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TempWorkingDirectory.cpp)
@@ -31,9 +30,7 @@ if(MDH_BUILD_TESTS)
 endif()
 target_compile_definitions(mdh_test_doubles PUBLIC
   MDH_PLUGIN_PATH="$<TARGET_FILE:MonoDebuggerHandling>"
-  MDH_COMPILED_DIR="${CMAKE_BINARY_DIR}/compiled"
-  # The name the model tests use for the same directory.
-  MDH_GENERATED_COMPILED_DIR="${CMAKE_BINARY_DIR}/compiled")
+  MDH_COMPILED_DIR="${CMAKE_BINARY_DIR}/compiled")
 
 if(MDH_BUILD_TESTS)
   find_package(GTest REQUIRED)
