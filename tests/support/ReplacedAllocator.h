@@ -10,7 +10,6 @@
 namespace testing_support {
 
 inline bool (*gAllocationFails)() = nullptr;  // asked before each allocation; true fails it
-inline void (*gOnFree)(void*) = nullptr;      // told each non-null address freed
 
 }  // namespace testing_support
 
@@ -21,8 +20,6 @@ void* operator new(std::size_t size) {
     return memory != nullptr ? memory : throw std::bad_alloc();
 }
 void operator delete(void* memory) noexcept {
-    if (testing_support::gOnFree != nullptr && memory != nullptr)
-        testing_support::gOnFree(memory);
     std::free(memory);
 }
 // Called for sized deallocations; a sanitizer's own version would not pair with malloc above.
