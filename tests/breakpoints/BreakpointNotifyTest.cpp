@@ -12,10 +12,10 @@ const Hash128 kEntries[] = {kItemA1, kItemA2, kItemB1};
 struct Bench {
     explicit Bench(const char* logLevel = nullptr) : session(logLevel) {
         for (size_t i = 0; i < 3; ++i)
-            Register(i < 2 ? libraryA : libraryB, kEntries[i], stub[i]);
+            Register(i < 2 ? libraryA : libraryB, kEntries[i], i);
     }
-    void Register(void* library, const Hash128& entry, void* entryStub) {
-        session.object.RegisterEntryPoint(library, entry, kNative, entryStub, nullptr, nullptr);
+    void Register(void* library, const Hash128& entry, size_t i) {
+        session.object.RegisterEntryPoint(library, entry, kNative, stub[i], nullptr, nullptr);
     }
     void Notify(int set, const Hash128* method, intptr_t breakpoint) {
         void* handle = method ? DebuggerSession::HandleOf(handles, *method) : nullptr;
@@ -61,11 +61,29 @@ TEST(Breakpoints, ManyToManyThroughTheStubsAndClearKeepsThem) {
         EXPECT_EQ(bench.State(), state) << breakpoint;
     }
     bench.session.object.ClearLibraryMetadata();
-    bench.Register(bench.libraryA, kItemA1, bench.stub[3]);
+    bench.Register(bench.libraryA, kItemA1, 3);
     EXPECT_EQ(JumpStubs::Call(bench.stub[3]), Landing::Managed);
     bench.Notify(0, nullptr, 4);
     EXPECT_EQ(JumpStubs::Call(bench.stub[3]), Landing::Native);
     EXPECT_EQ(bench.State(), "MNM000 0");
+}
+
+// The debugger side's flush runs unlocked, right after the request's line and before the dump.
+DebuggerSession* flushed = nullptr;
+int flushes = 0;
+void ObservingFlush() {
+    std::unique_lock lock(flushed->Inspect().ObjectMutex(), std::try_to_lock);
+    EXPECT_TRUE(lock.owns_lock());
+    EXPECT_EQ(flushed->LogSince(flushed->LogMark() - 36), "RequestFlushClientDebuggerKnowledge\n");
+    ++flushes;
+}
+
+TEST(KnowledgeFlush, RunsUnlockedBetweenTheRequestLineAndTheDump) {
+    DebuggerSession session("2");
+    flushed = &session;
+    session.record.flushClientKnowledge = ObservingFlush;
+    session.Load("fixture_a");  // a load that adds items asks for one
+    EXPECT_EQ(flushes, 1);
 }
 
 // A set with a stale or foreign handle writes its line only: no dump, nothing switched. The
@@ -110,24 +128,6 @@ TEST(Breakpoints, BadHandlesAndUnknownBreakpoints) {
     bench.Notify(0, nullptr, 1);
     EXPECT_TRUE(session.LogSince(mark).starts_with(
         incoming + "REMOVE 0 1\nQuarnBreakpointNotify : Remove Breakpoint 1\n"));
-}
-
-// The debugger side's flush runs unlocked, right after the request's line and before the dump.
-DebuggerSession* flushed = nullptr;
-int flushes = 0;
-void ObservingFlush() {
-    std::unique_lock lock(flushed->Inspect().ObjectMutex(), std::try_to_lock);
-    EXPECT_TRUE(lock.owns_lock());
-    EXPECT_EQ(flushed->LogSince(flushed->LogMark() - 36), "RequestFlushClientDebuggerKnowledge\n");
-    ++flushes;
-}
-
-TEST(KnowledgeFlush, RunsUnlockedBetweenTheRequestLineAndTheDump) {
-    DebuggerSession session("2");
-    flushed = &session;
-    session.record.flushClientKnowledge = ObservingFlush;
-    session.Load("fixture_a");  // a load that adds items asks for one
-    EXPECT_EQ(flushes, 1);
 }
 
 }  // namespace
