@@ -22,6 +22,10 @@ const std::string kState = "Potentially changing Quarn execution state to ";
 const std::string kEntryText = " for EFCDAB8967452301E200000000000000";
 const std::string kDisablingSwap = "    Swapping Targets - disabling quarned method";
 const std::string kEnablingSwap = "    Swapping Targets - enabling quarned method";
+std::string StubState(const void* target, const void* alternate) {
+    return "  FunctionPtr State : Target " + PointerText(target) + " - Alternate " +
+           PointerText(alternate);
+}
 
 // Disabling tests only the target word, enabling both: a stub in neither expected state is left
 // alone. Rows: breakpoint key present, words before, words after; N is the record's native.
@@ -66,11 +70,8 @@ TEST(ExecutionSwitch, EveryRunWalksAllRecordsInRegistrationOrder) {
     const std::string cb = "  Native 4097", st = "  Native " + PointerText(kNative);
     const std::string disabling = "  Disabling Job - Run Managed",
                       enabling = "  Enabling Job - Run Quarned";
-    const std::string native = PointerText(kNative), managedCode = PointerText(kManaged);
-    const std::string onNative =
-                          "  FunctionPtr State : Target " + native + " - Alternate " + managedCode,
-                      onManaged =
-                          "  FunctionPtr State : Target " + managedCode + " - Alternate " + native;
+    const std::string onNative = StubState(kNative, kManaged),
+                      onManaged = StubState(kManaged, kNative);
     const Call managed{&context, 32, nullptr}, quarned{&context, 32, Ptr(0x1001)};
 
     h.MarkLog();
