@@ -136,7 +136,7 @@ TEST(MethodQueries, RepliesAtEveryVersionBoundaryAndForInvalidHandles) {
                                         "FetchMethodName : " + ids));
 }
 
-// One item with one file and one method; an entry point with a stub, then a callback, under its
+// One item with one file and one method; an entry point with a stub and a callback under its
 // hash; a breakpoint in its method. Every container holds one element, so the order is fixed.
 // Each expected line starts with the lowest log level that writes it.
 TEST(DumpState, QueryDetailsAndTheDumpAtEachLogLevel) {
@@ -145,10 +145,8 @@ TEST(DumpState, QueryDetailsAndTheDumpAtEachLogLevel) {
         DebuggerSession session(std::string(1, level).c_str());
         void* library = LoadSparse(session);
         void* stub = stubs.MakeNative(0);
-        const auto callback = +[](void*, int32_t, void*) {};
-        session.object.RegisterEntryPoint(library, ToHash(kItem), kNative, stub, nullptr, nullptr);
-        session.object.RegisterEntryPoint(library, ToHash(kItem), kNative, nullptr,
-                                          reinterpret_cast<void*>(callback), Ptr(1));
+        void* callback = reinterpret_cast<void*>(+[](void*, int32_t, void*) {});
+        session.object.RegisterEntryPoint(library, ToHash(kItem), kNative, stub, callback, Ptr(1));
         void* method = session.FetchMethods()[0];
         session.record.breakpointNotify(1, method, 0, Ptr(-4096));
         const size_t mark = session.LogMark();
@@ -171,8 +169,7 @@ TEST(DumpState, QueryDetailsAndTheDumpAtEachLogLevel) {
             PointerText(*session.Inspect().MetadataItems().begin()) +
             "0\n2Breakpoint Methods List\n2  Breakpoint : -4096\n2Entry Point Information\n"
             "2  EntryHash F0000000000000000000000000000040\n2    Library " +
-            PointerText(library) + " Stub " + PointerText(stub) + " Cb 0\n2    Library " +
-            PointerText(library) + " Stub 0 Cb " + PointerText(reinterpret_cast<void*>(callback)) +
+            PointerText(library) + " Stub " + PointerText(stub) + " Cb " + PointerText(callback) +
             "\n2Breakpoint Map\n2  EntryHash F0000000000000000000000000000040\n"
             "2    Breakpoint -4096\n2---STATE-END---\n");
         std::string expected;
