@@ -86,8 +86,8 @@ TEST(Lists, FilesMethodsAndHandleGenerations) {
 
 // A's shared method: Shared.cs (with a digest), A1.cs (without), three points, the last in A1.cs;
 // A1Only is its item's second method. Below 2.13 the sparse method, which lists no file, still
-// gets the file at its firstFile. An invalid handle (no method has the zero hash) gets no debug
-// info and token 0; parameters and names are the same for every handle.
+// gets the file at its firstFile. Method info carries the list's token. An invalid handle gets no
+// debug info and token 0; parameters and names are the same for every handle.
 TEST(MethodQueries, RepliesAtEveryVersionBoundaryAndForInvalidHandles) {
     DebuggerSession session("3");
     session.Load("fixture_a");
@@ -99,31 +99,30 @@ TEST(MethodQueries, RepliesAtEveryVersionBoundaryAndForInvalidHandles) {
     const std::string both =  // up to the second field of the first point
         "100 2 'src/Shared.cs' x000102030405060708090A0B0C0D0E0F "
         "'src/A1.cs' x00000000000000000000000000000000 3 0 10 0 ";
-    const void* a2Only = DebuggerSession::HandleOf(handles, kMethodA2Only);
-    const std::string a2Info =
-        "129 0 " + std::to_string(static_cast<const MethodCacheEntry*>(a2Only)->methodToken);
-    const std::tuple<decltype(debug), Hash128, ClientVersion, std::string> cases[] = {
-        {debug, kMethodShared, {0, 9, 9}, one},  // version not known
-        {debug, kMethodShared, {1, 2, 12}, one},
-        {debug, kMethodShared, {1, 2, 13}, "100 2 'src/Shared.cs' 'src/A1.cs' " + points},
-        {debug, kMethodShared, {1, 2, 14}, both + "6 11 0 12 40 1"},
-        {debug, kMethodShared, {1, 2, 19}, both + "5 6 11 0 9 12 40 1 1"},
-        {debug, kMethodShared, {1, 2, 32}, both + "5 10 20 6 11 0 9 12 3 12 40 1 1 40 8"},
-        {debug, kMethodShared, {-1, 3, 0}, both + "5 10 20 6 11 0 9 12 3 12 40 1 1 40 8"},
-        {debug, kMethodA1Only, {1, 2, 12}, "100 'src/A1.cs' 1 0 7"},
-        {debug, {0xF0, 1}, {1, 2, 12}, "100 'zero/Only.cs' 2 0 5 3 6"},
-        {debug, {0xF0, 1}, {1, 2, 13}, "100 0 2 0 5 0 3 6 0"},
-        {info, kMethodA2Only, {1, 2, 12}, a2Info + " x00 #0"},
-        {info, kMethodA2Only, {1, 2, 15}, a2Info + " x00 #0 0"},
-        {debug, {}, {1, 3, 0}, "0 '' 0"},
-        {info, {}, {1, 3, 0}, "129 0 0 x00 #0 0"},
-        {&mdh_callbacks::fetchParamInfo, {}, {1, 3, 0}, "0 0 0 #1"},
-        {&mdh_callbacks::fetchMethodName, {}, {1, 3, 0}, "''"},
+    void* shared = DebuggerSession::HandleOf(handles, kMethodShared);
+    void* a1Only = DebuggerSession::HandleOf(handles, kMethodA1Only);
+    void* sparse = DebuggerSession::HandleOf(handles, {0xF0, 1});
+    const std::tuple<decltype(debug), void*, ClientVersion, std::string> cases[] = {
+        {debug, shared, {0, 9, 9}, one},  // version not known
+        {debug, shared, {1, 2, 12}, one},
+        {debug, shared, {1, 2, 13}, "100 2 'src/Shared.cs' 'src/A1.cs' " + points},
+        {debug, shared, {1, 2, 14}, both + "6 11 0 12 40 1"},
+        {debug, shared, {1, 2, 19}, both + "5 6 11 0 9 12 40 1 1"},
+        {debug, shared, {1, 2, 32}, both + "5 10 20 6 11 0 9 12 3 12 40 1 1 40 8"},
+        {debug, shared, {-1, 3, 0}, both + "5 10 20 6 11 0 9 12 3 12 40 1 1 40 8"},
+        {debug, a1Only, {1, 2, 12}, "100 'src/A1.cs' 1 0 7"},
+        {debug, sparse, {1, 2, 12}, "100 'zero/Only.cs' 2 0 5 3 6"},
+        {debug, sparse, {1, 2, 13}, "100 0 2 0 5 0 3 6 0"},
+        {info, handles[0], {1, 2, 11}, "129 0 100663297"},  // the first token
+        {info, handles[1], {1, 2, 12}, "129 0 100663298 x00 #0"},
+        {info, handles[1], {1, 2, 15}, "129 0 100663298 x00 #0 0"},
+        {debug, nullptr, {1, 3, 0}, "0 '' 0"},
+        {info, nullptr, {1, 3, 0}, "129 0 0 x00 #0 0"},
+        {&mdh_callbacks::fetchParamInfo, nullptr, {1, 3, 0}, "0 0 0 #1"},
+        {&mdh_callbacks::fetchMethodName, nullptr, {1, 3, 0}, "''"},
     };
-    for (const auto& [query, method, v, expected] : cases) {
-        void* handle = DebuggerSession::HandleOf(handles, method);
+    for (const auto& [query, handle, v, expected] : cases)
         EXPECT_EQ(session.Ask(query, handle, v), expected) << v[0] << " " << v[1] << "." << v[2];
-    }
     // A digest is logged as 32 hex digits, byte 0 first. An invalid handle adds one line.
     EXPECT_NE(session.Log().find("  FILE: src/Shared.cs\n    HASH: 000102030405060708090A0B0C0D0E0F"
                                  "\n  FILE: src/A1.cs\n    HASH: Null\n  Sequence Points: \n"
