@@ -156,8 +156,7 @@ TEST(DumpState, QueryDetailsAndTheDumpAtEachLogLevel) {
         std::istringstream lines(
             "1FetchDebugInfo : " + buffer + " " + PointerText(method) +
             "\n2METHOD DEBUG INFO TOKEN : 100663297\n2  FILE: zero/Only.cs\n"
-            "3  Sequence Points: \n3    IL:0 StartLine:5\n3    IL:3 StartLine:6\n"
-            "1FetchFiles : " +
+            "3  Sequence Points: \n3    IL:0 StartLine:5\n3    IL:3 StartLine:6\n1FetchFiles : " +
             buffer +
             " 0 \n1    TotalFiles : 1\n3        Path : zero/Only.cs\n"
             "2---STATE-START---\n2Total Meta Data Items : 1\n2  Files:1 Methods:1\n"
