@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -24,10 +25,9 @@ inline std::string PointerText(const void* pointer) {
     return std::to_string(reinterpret_cast<intptr_t>(pointer));
 }
 
-inline Hash128 ToHash(quarn_hash128 h) {
-    return Hash128{h.word0, h.word1};
-}
-inline Hash128 ToHash(mdh_hash128 h) {
+// A quarn_hash128 or mdh_hash128 as a Hash128.
+template <class TwoWords>
+Hash128 ToHash(TwoWords h) {
     return Hash128{h.word0, h.word1};
 }
 
@@ -39,29 +39,25 @@ inline const Hash128 kMethodShared = ToHash(quarn_hash128 FIXTURE_METHOD_SHARED)
 inline const Hash128 kMethodA1Only = ToHash(quarn_hash128 FIXTURE_METHOD_A1_ONLY);
 inline const Hash128 kMethodA2Only = ToHash(quarn_hash128 FIXTURE_METHOD_A2_ONLY);
 inline const Hash128 kMethodB1Only = ToHash(quarn_hash128 FIXTURE_METHOD_B1_ONLY);
-inline const Hash128 kMethodRebuilt = ToHash(quarn_hash128 FIXTURE_METHOD_REBUILT);
 
 // A compiled library opened with dlopen for the test's life.
 class LoadedLibrary {
   public:
     explicit LoadedLibrary(const std::string& name)
-        : handle(dlopen(CompiledLibraryPath(name).c_str(), RTLD_NOW | RTLD_LOCAL)) {
+        : handle(dlopen(CompiledLibraryPath(name).c_str(), RTLD_NOW | RTLD_LOCAL), dlclose) {
         if (handle == nullptr) {
             throw std::runtime_error(dlerror());
         }
     }
-    ~LoadedLibrary() { dlclose(handle); }
-    LoadedLibrary(const LoadedLibrary&) = delete;
-    LoadedLibrary& operator=(const LoadedLibrary&) = delete;
 
-    void* Handle() const { return handle; }
+    void* Handle() const { return handle.get(); }
     template <class T>
     T* Symbol(const char* name) const {
-        return reinterpret_cast<T*>(dlsym(handle, name));
+        return reinterpret_cast<T*>(dlsym(handle.get(), name));
     }
 
   private:
-    void* handle;
+    std::unique_ptr<void, int (*)(void*)> handle;
 };
 
 // The plug-in as a host loads it (dlopen, then kept for the process) and the exports a host

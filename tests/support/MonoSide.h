@@ -6,17 +6,13 @@
 
 namespace testing_support {
 
-using debugger_side::Byte;
 using debugger_side::FlushCalls;
-using debugger_side::Id;
 using debugger_side::InstallShutdownAndFlush;
 using debugger_side::InstallWriters;
-using debugger_side::Int;
 using debugger_side::RecordFromCommand;
 using debugger_side::Reply;
 using debugger_side::ReplyBuffer;
 using debugger_side::ResetCounters;
 using debugger_side::ShutdownCalls;
-using debugger_side::String;
 
 }  // namespace testing_support

@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <deque>
 #include <fstream>
 #include <iterator>
-#include <memory>
 
 #include "support/Fixtures.h"
 #include "support/Inspector.h"
@@ -23,17 +23,6 @@ namespace testing_support {
 
 inline void* Ptr(intptr_t value) {
     return reinterpret_cast<void*>(value);
-}
-
-// `text` with each {name} replaced by its value, in the order given.
-inline std::string Fill(std::string text,
-                        const std::vector<std::pair<std::string, std::string>>& values) {
-    for (const auto& [name, value] : values) {
-        for (size_t at; (at = text.find("{" + name + "}")) != std::string::npos;) {
-            text.replace(at, name.size() + 2, value);
-        }
-    }
-    return text;
 }
 
 // Replies on one line: ints, 'strings', #ids, m<argument>@<context>, byte runs as x<hex digits>.
@@ -55,28 +44,6 @@ inline std::string Text(const std::vector<Reply>& replies) {
 }
 
 inline void* const kNative = reinterpret_cast<void*>(&NativeCode);
-// B1's host callback (context 0xC0) and the targets it was told, in order.
-inline std::vector<void*> told;
-inline void HostCallback(void* context, int32_t kind, void* target) {
-    EXPECT_TRUE(context == Ptr(0xC0) && kind == 32);
-    told.push_back(target);
-}
-
-// Where calls through the A1, A2 and B1 stubs land (Native, Managed), the breakpoint hook for
-// A1, A2 and B1, B1's callback's last target and how often it ran: "MNM101M2".
-inline std::string Execution(void* const (&stubs)[3], mdh_callbacks& record) {
-    std::string state;
-    for (void* stub : stubs) {
-        state += JumpStubs::Call(stub) == Landing::Native ? "N" : "M";
-    }
-    for (const Hash128& hash : {kItemA1, kItemA2, kItemB1}) {
-        const mdh_hash128 entryHash = {hash.word0, hash.word1};
-        state += std::to_string(record.testBreakpointSet(&entryHash));
-    }
-    const void* last = told.empty() ? Ptr(1) : told.back();  // "?" when never told
-    state += last == kNative ? "N" : last == nullptr ? "M" : "?";
-    return state + std::to_string(told.size());
-}
 
 // A protocol version as the queries receive it: versionKnown, major, minor.
 using ClientVersion = std::array<int, 3>;
@@ -91,9 +58,9 @@ struct DebuggerSession {
 
     // Opens a compiled library for the session's life and hands it over as the host does.
     void* Load(const std::string& name) {
-        libraries.push_back(std::make_unique<LoadedLibrary>(name));
-        object.ProcessLibraryMetadata(libraries.back()->Handle());
-        return libraries.back()->Handle();
+        void* handle = libraries.emplace_back(name).Handle();
+        object.ProcessLibraryMetadata(handle);
+        return handle;
     }
     std::vector<void*> FetchMethods() {
         ReplyBuffer buffer;
@@ -124,7 +91,7 @@ struct DebuggerSession {
 
     TempWorkingDirectory directory;
     ScopedEnvironment environment;
-    std::vector<std::unique_ptr<LoadedLibrary>> libraries;  // outlive the object
+    std::deque<LoadedLibrary> libraries;  // outlive the object
     MonoDebuggerHandling object{"/data/Placeholder.dll"};
     mdh_callbacks& record = *object.Callbacks();
     ReplyBuffer reply;
